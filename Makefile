@@ -1,0 +1,36 @@
+# Front of the CMake build: each verb does all it needs, set-up included.
+CMAKE ?= cmake
+BUILD ?= build
+JOBS ?= $(shell nproc)
+
+.PHONY: all demo test bench check format clean install
+
+all:
+	$(CMAKE) -S . -B $(BUILD) -G Ninja -DLUMENHARBOUR_TESTS=OFF $(CMAKE_FLAGS)
+	$(CMAKE) --build $(BUILD) -j $(JOBS)
+
+demo:
+	scripts/bootstrap demo
+	$(MAKE) all
+	lab/demo
+
+test:
+	scripts/bootstrap test
+	scripts/test
+
+bench:
+	scripts/bootstrap test
+	scripts/bench
+
+check:
+	scripts/bootstrap test
+	scripts/check
+
+format:
+	scripts/check --fix
+
+install: all
+	$(CMAKE) --install $(BUILD)
+
+clean:
+	rm -rf $(BUILD) build-*

@@ -1,0 +1,139 @@
+#include "fake_platform.h"
+
+#include <sys/sysinfo.h>
+
+#include <algorithm>
+#include <cstdarg>
+#include <cstring>
+#include <fstream>
+#include <sstream>
+
+FakePlatform fake;
+
+void FakePlatform::advance(uint64 ticks) {
+  const uint64 end = clock + ticks;
+  for (;;) {
+    const uint32 wait = timerListNextTimeout(&gLumenHarbourInfo.timer_list);
+    if (wait == TIMER_NONE || clock + wait > end) break;
+    clock += wait;
+    timerListCheck(&gLumenHarbourInfo.timer_list);
+  }
+  clock = end;
+}
+
+void DaemonTest::SetUp() {
+  fake = FakePlatform{};
+  gLumenHarbourInit = 0;
+  ASSERT_EQ(lumenharbour_init(0, 0, 0, 0, 0, dhcpcIfGetApi, dhcpcIfGetApi), 0);
+}
+
+void DaemonTest::TearDown() {
+  fake.allocations_left = -1;
+  lumenharbour_disable();
+  lumenharbour_shutdown();
+  if (HasFailure()) printf("daemon output:\n%s\n", fake.output.c_str());
+}
+
+void DaemonTest::start_director() {
+  strcpy(gLumenHarbourInfo.io_default_path, "/tmp");
+  ASSERT_EQ(lumenharbour_director_enable(), 0);
+  gLumenHarbourInfo.enable = 1;
+}
+
+std::string DaemonTest::read_file(const std::string& path) {
+  std::ifstream in(path, std::ios::binary);
+  if (!in) return "<none>";
+  std::ostringstream out;
+  out << in.rdbuf();
+  return out.str();
+}
+
+void DaemonTest::write_file(const std::string& path, const std::string& content) {
+  std::ofstream(path, std::ios::binary) << content;
+}
+
+uint64 zorClockTicks() { return fake.clock; }
+uint32 zorClockSpeed() { return 1; }
+tOsixSemId OsixCreateMSem(uint32) { return fake.no_semaphore ? 0 : 1; }
+void OsixDeleteSem(tOsixSemId) {}
+
+void NM_DEBUG_OUTPUT(const char* format, ...) {
+  char text[4096];
+  va_list args;
+  va_start(args, format);
+  vsnprintf(text, sizeof(text), format, args);
+  va_end(args);
+  fake.output += text;
+}
+
+int zorScalarGetApi(uint32, uint32 attr, octetstring* value) {
+  if (attr == SYS_MAC_ADDRESS && value->len == LUMENHARBOUR_MAC_SIZE) {
+    memcpy(value->pBuf, "\x00\x11\x22\x33\x44\x55", LUMENHARBOUR_MAC_SIZE);
+    return 0;
+  }
+  if (attr != SYS_READ_CONFIG) return -1;
+  const std::string path(reinterpret_cast<char*>(value->pBuf), value->len);
+  remove(path.c_str());
+  if (!fake.saved_config.empty()) std::ofstream(path) << fake.saved_config;
+  return 0;
+}
+
+int zorScalarSetApi(uint32, uint32 attr, const octetstring* value) {
+  if (attr != SYS_CLEAR_BIOS || value->len != 6 || memcmp(value->pBuf, "reboot", 6) != 0) return -1;
+  fake.reboots++;
+  return 0;
+}
+
+int zorIfGetApi(uint32 ifindex, uint32 attr, void* value) {
+  for (const auto& [vlan, unit] : fake.vlan_units) {
+    if (unit != ifindex || attr != SYS_IF_VLANVID) continue;
+    *static_cast<uint32*>(value) = vlan;
+    return 0;
+  }
+  return -1;
+}
+
+int zorIndexTrans(const void* key, uint32 kind, uint32* unit) {
+  if (kind == SYS_PHY2LOGICAL_NUM) {
+    *unit = 1;
+    return 0;
+  }
+  const bool vlan = kind == SYS_VLAN2LOGICAL;
+  const std::map<uint32, uint32>& units = vlan ? fake.vlan_units : fake.own_addresses;
+  const uint32 wanted = vlan ? static_cast<const tPhyIfInfo*>(key)->virtualnum
+                             : lumenharbour_ip_read(static_cast<const octetstring*>(key)->pBuf + IP2LOGICAL_KEY_ADDR);
+  const auto found = units.find(wanted);
+  if (found == units.end()) return -1;
+  *unit = found->second;
+  return 0;
+}
+
+int dhcpcIfGetApi(uint32, uint32 attr, void* result) {
+  if (attr == DHCPC_IF_LUMENHARBOUR) {
+    fake.notifications++;
+    return 0;
+  }
+  fake.dhcp_reads.push_back(attr);
+  if (const auto number = fake.dhcp_number.find(attr); number != fake.dhcp_number.end()) {
+    *static_cast<uint32*>(result) = number->second;
+    return 0;
+  }
+  const auto text = fake.dhcp_text.find(attr);
+  auto* octet = static_cast<octetstring*>(result);
+  if (text == fake.dhcp_text.end() || text->second.size() > octet->len) return -1;
+  std::copy(text->second.begin(), text->second.end(), octet->pBuf);
+  octet->len = static_cast<uint32>(text->second.size());
+  return 0;
+}
+
+// The C library's own functions, replaced for this program.
+extern "C" int system(const char* command) {
+  fake.commands.emplace_back(command);
+  return fake.on_command ? fake.on_command(command) : 0;
+}
+
+extern "C" int sysinfo(struct sysinfo* info) noexcept {
+  if (fake.free_memory == 0) return -1;
+  info->freeram = static_cast<decltype(info->freeram)>(fake.free_memory);
+  return 0;
+}
