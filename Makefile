@@ -14,9 +14,10 @@ demo:
 	$(MAKE) all
 	lab/demo
 
+# TEST=--all adds Clang, the sanitizers and a static daemon.
 test:
 	scripts/bootstrap test
-	scripts/test
+	scripts/test $(TEST)
 
 bench:
 	scripts/bootstrap test

@@ -205,6 +205,14 @@ void lumenharbour_lock();
 /// The end of what `lumenharbour_lock` begins; empty.
 void lumenharbour_unlock();
 
+/// Holds the global lock from its declaration to the end of the block.
+struct tLumenHarbourLock {
+  tLumenHarbourLock() { lumenharbour_lock(); }
+  ~tLumenHarbourLock() { lumenharbour_unlock(); }
+  tLumenHarbourLock(const tLumenHarbourLock&) = delete;
+  tLumenHarbourLock& operator=(const tLumenHarbourLock&) = delete;
+};
+
 /// Serves one connection of the management socket: reads a request, runs it, sends the reply.
 /// @return 0 when the reply went out whole, else -1; the connection is closed in either case.
 int32 lumenHarbour_cmd_server();

@@ -1,0 +1,52 @@
+// The process: everything else is reachable without `main`, so that tests can link the daemon whole.
+
+#include <csignal>
+#include <cstdio>
+#include <cstdlib>
+#include <cstring>
+
+#include "lumenharbour.h"
+#include "zor_dhcpc.h"
+
+namespace {
+
+constexpr char USAGE[] =
+    "usage: lumenharbourd [CLIENTS [GROUPS [BUILTINS [ROLE [ENABLE]]]]]\n"
+    "\n"
+    "Provisioning daemon of a managed switch. Listens on %s\n"
+    "and comes up with no role running; start one with 'lumenharbourctl set state on'.\n"
+    "\n"
+    "  CLIENTS   client records of the director (0 or absent: 100)\n"
+    "  GROUPS    custom group records, and as many member records (0 or absent: 10)\n"
+    "  BUILTINS  built-in group records (0 or absent: 10)\n"
+    "  ROLE      accepted for start scripts that pass it; no role is started\n"
+    "  ENABLE    accepted likewise and ignored\n";
+
+/// @return argument `n` as a decimal number, 0 when it is missing.
+uint32 number_argument(int argc, char** argv, int n) {
+  return n < argc ? static_cast<uint32>(atoi(argv[n])) : 0;
+}
+
+}  // namespace
+
+int main(int argc, char** argv) {
+  zorCatchSegFault(argc, argv);
+  // A requester that hangs up early must cost a reply, not the daemon.
+  signal(SIGPIPE, SIG_IGN);
+  // Whole lines at once, so that a log keeps the order of our lines and those of the tools that we run.
+  setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
+
+  if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
+    printf(USAGE, LUMENHARBOUR_SOCKET_PATH);
+    return 0;
+  }
+
+  const uint32 client_maxnum = number_argument(argc, argv, 1);
+  const uint32 custom_grp_maxnum = number_argument(argc, argv, 2);
+  const uint32 builtin_grp_maxnum = number_argument(argc, argv, 3);
+  const uint32 role = number_argument(argc, argv, 4);
+  // A fifth argument, "enable", is taken and ignored: a role starts by management alone. A start-up that failed has
+  // said why; the process stays all the same, deliberately, with no socket to watch.
+  lumenharbour_init(client_maxnum, custom_grp_maxnum, builtin_grp_maxnum, role, 0, dhcpcIfGetApi, dhcpcIfGetApi);
+  lumenharbour_main();
+}
