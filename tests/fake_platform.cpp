@@ -28,7 +28,6 @@ void DaemonTest::SetUp() {
 }
 
 void DaemonTest::TearDown() {
-  fake.allocations_left = -1;
   lumenharbour_disable();
   lumenharbour_shutdown();
   if (HasFailure()) printf("daemon output:\n%s\n", fake.output.c_str());
@@ -52,9 +51,15 @@ void DaemonTest::write_file(const std::string& path, const std::string& content)
   std::ofstream(path, std::ios::binary) << content;
 }
 
-uint64 zorClockTicks() { return fake.clock; }
-uint32 zorClockSpeed() { return 1; }
-tOsixSemId OsixCreateMSem(uint32) { return fake.no_semaphore ? 0 : 1; }
+uint64 zorClockTicks() {
+  return fake.clock;
+}
+uint32 zorClockSpeed() {
+  return 1;
+}
+tOsixSemId OsixCreateMSem(uint32) {
+  return fake.no_semaphore ? 0 : 1;
+}
 void OsixDeleteSem(tOsixSemId) {}
 
 void NM_DEBUG_OUTPUT(const char* format, ...) {

@@ -16,21 +16,20 @@
 #include "zor_dhcpc.h"
 
 struct FakePlatform {
-  uint64 clock = 0;                                  ///< ticks, moved by `advance`
-  std::map<uint32, uint32> own_addresses;            ///< IPv4 address (first byte most significant) to interface unit
-  std::map<uint32, uint32> vlan_units;               ///< VLAN id to interface unit
-  std::string saved_config;                          ///< what `SYS_READ_CONFIG` dumps; empty: nothing saved
-  std::map<uint32, std::string> dhcp_text;           ///< DHCP attributes that are octet strings
-  std::map<uint32, uint32> dhcp_number;              ///< DHCP attributes that are integers
-  std::vector<uint32> dhcp_reads;                    ///< every attribute asked for, in order
-  int notifications = 0;                             ///< reads of `DHCPC_IF_LUMENHARBOUR`
-  int reboots = 0;                                   ///< requests to restart the switch
-  bool no_semaphore = false;                         ///< `OsixCreateMSem` fails
-  std::vector<std::string> commands;                 ///< shell commands, in order
-  std::function<int(const std::string&)> on_command; ///< result of a shell command; unset: 0
-  uint64 free_memory = 1 << 20;                      ///< what the kernel reports; 0: the call fails
-  int allocations_left = -1;                         ///< `calloc` fails after this many; negative: never
-  std::string output;                                ///< debug messages since it was last cleared
+  uint64 clock = 0;                                   ///< ticks, moved by `advance`
+  std::map<uint32, uint32> own_addresses;             ///< IPv4 address (first byte most significant) to interface unit
+  std::map<uint32, uint32> vlan_units;                ///< VLAN id to interface unit
+  std::string saved_config;                           ///< what `SYS_READ_CONFIG` dumps; empty: nothing saved
+  std::map<uint32, std::string> dhcp_text;            ///< DHCP attributes that are octet strings
+  std::map<uint32, uint32> dhcp_number;               ///< DHCP attributes that are integers
+  std::vector<uint32> dhcp_reads;                     ///< every attribute asked for, in order
+  int notifications = 0;                              ///< reads of `DHCPC_IF_LUMENHARBOUR`
+  int reboots = 0;                                    ///< requests to restart the switch
+  bool no_semaphore = false;                          ///< `OsixCreateMSem` fails
+  std::vector<std::string> commands;                  ///< shell commands, in order
+  std::function<int(const std::string&)> on_command;  ///< result of a shell command; unset: 0
+  uint64 free_memory = 1 << 20;                       ///< what the kernel reports; 0: the call fails
+  std::string output;                                 ///< debug messages since it was last cleared
 
   /// Moves the clock by `ticks`, running due timers each time one expires.
   void advance(uint64 ticks);
@@ -52,4 +51,6 @@ class DaemonTest : public testing::Test {
   static void write_file(const std::string& path, const std::string& content);
 };
 
-inline uint32 ip4(uint8 a, uint8 b, uint8 c, uint8 d) { return uint32{a} << 24 | uint32{b} << 16 | uint32{c} << 8 | d; }
+constexpr uint32 ip4(uint8 a, uint8 b, uint8 c, uint8 d) {
+  return uint32{a} << 24 | uint32{b} << 16 | uint32{c} << 8 | d;
+}
