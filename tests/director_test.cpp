@@ -153,7 +153,7 @@ TEST_F(DirectorTest, ListFileIsBoundedAndClosed) {
   fake.free_memory = 5;
   EXPECT_EQ(lumenharbour_imagelist_file_write(fd, "12345", 5), -1);
   fake.free_memory = 6;
-  EXPECT_EQ(lumenharbour_imagelist_file_write(open(path, O_RDONLY), "12345", 5), -1);  // as long as fd is free
+  EXPECT_EQ(lumenharbour_imagelist_file_write(open(path, O_RDONLY), "12345", 5), -1);  // in its place
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
   const std::string banner = "[LumenHarbour] Write imagelsit file: len 5, buffer: 12345.\r\n";
   EXPECT_EQ(fake.output, banner + "[LumenHarbour] Ram disk is full!\r\n" + banner +

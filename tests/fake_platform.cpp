@@ -6,6 +6,7 @@
 #include <cstdarg>
 #include <cstring>
 #include <fstream>
+#include <limits>
 #include <sstream>
 
 FakePlatform fake;
@@ -139,6 +140,7 @@ extern "C" int system(const char* command) {
 
 extern "C" int sysinfo(struct sysinfo* info) noexcept {
   if (fake.free_memory == 0) return -1;
-  info->freeram = static_cast<decltype(info->freeram)>(fake.free_memory);
+  using Count = decltype(info->freeram);  // 32 bits on a 32-bit switch
+  info->freeram = static_cast<Count>(std::min<uint64>(fake.free_memory, std::numeric_limits<Count>::max()));
   return 0;
 }

@@ -1,0 +1,250 @@
+#include "format.h"
+
+#include <arpa/inet.h>
+
+#include <charconv>
+#include <cstdio>
+#include <span>
+
+#include "lumenharbour_group.h"
+
+namespace lumenharbour {
+namespace {
+
+constexpr uint32 VLAN_MAX = 4095;
+
+/// A number that people know by a word.
+struct Word {
+  uint32 number;
+  std::string_view read;  ///< how it reads
+  std::string_view set;   ///< how it is set
+};
+
+constexpr Word TRUTH[] = {{LUMENHARBOUR_ON, "on", "on"}, {LUMENHARBOUR_OFF, "off", "off"}};
+
+constexpr Word ROW_STATUS[] = {{LUMENHARBOUR_ROW_ACTIVE, "active", "activate"},
+                               {LUMENHARBOUR_ROW_CREATE, "created", "create"},
+                               {LUMENHARBOUR_ROW_INACTIVE, "inactive", "deactivate"},
+                               {LUMENHARBOUR_ROW_DESTROY, "destroyed", "destroy"}};
+
+constexpr Word GROUP_TYPE[] = {{LUMENHARBOUR_CUSTOMGRP_TYPE_MAC, "mac", "mac"},
+                               {LUMENHARBOUR_CUSTOMGRP_TYPE_PID, "pid", "pid"},
+                               {LUMENHARBOUR_CUSTOMGRP_TYPE_STACK, "stack", "stack"},
+                               {LUMENHARBOUR_CUSTOMGRP_TYPE_CONNECT, "connect", "connect"},
+                               {LUMENHARBOUR_CUSTOMGRP_TYPE_UNKNOWN, "unknown", "unknown"}};
+
+/// @return the words for an attribute's numbers; none for one that is just a number.
+std::span<const Word> words_of(const tLumenHarbourAttr& attr) {
+  if (attr.value == LUMENHARBOUR_VALUE_TRUTH) return TRUTH;
+  if (attr.value == LUMENHARBOUR_VALUE_ROWSTATUS) return ROW_STATUS;
+  if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_TYPE) return GROUP_TYPE;
+  return {};
+}
+
+/// The largest number, or the most bytes of a name, that the daemon keeps whole. It cuts what is above without a word,
+/// which is why the tool refuses it.
+struct Limit {
+  tLumenHarbourTable table;
+  uint32 cmd;
+  uint32 max;
+};
+
+constexpr Limit LIMITS[] = {
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEBUG, 3},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DIRECTORIPTYPE, 15},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEFAULTIMAGETYPE, 3},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE, 3},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DHCPCLIENTVLAN, VLAN_MAX},
+    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_NAME, LUMENHARBOUR_TEXT_SIZE - 1},
+    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, 255},
+    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE, 255},
+    {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_IMAGETYPE, 255},
+    {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_CONFIGTYPE, 255},
+};
+
+uint32 limit_of(const tLumenHarbourAttr& attr) {
+  for (const Limit& limit : LIMITS)
+    if (limit.table == attr.table && limit.cmd == attr.cmd) return limit.max;
+  return attr.value == LUMENHARBOUR_VALUE_TEXT ? LUMENHARBOUR_FILENAME_SIZE - 1 : 0xffffffffU;
+}
+
+std::optional<Value> parse_integer(const tLumenHarbourAttr& attr, std::string_view text) {
+  const std::optional<uint32> number = parse_number(text, limit_of(attr));
+  const std::span<const Word> words = words_of(attr);
+  for (const Word& word : words)
+    if (text == word.read || text == word.set || number == word.number) return word.number;
+  if (!words.empty() || !number) return std::nullopt;
+  return *number;
+}
+
+std::string format_integer(const tLumenHarbourAttr& attr, uint32 number) {
+  for (const Word& word : words_of(attr))
+    if (word.number == number) return std::string(word.read);
+  return std::to_string(number);
+}
+
+std::string format_ipv4(std::string_view bytes) {
+  if (bytes.empty()) return "0.0.0.0";  // no director address
+  char text[INET_ADDRSTRLEN];
+  if (bytes.size() != LUMENHARBOUR_IPV4_SIZE || inet_ntop(AF_INET, bytes.data(), text, sizeof text) == nullptr)
+    return "?";
+  return text;
+}
+
+std::string format_text(std::string_view bytes) {
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      text += c;
+      continue;
+    }
+    char escape[5];
+    std::snprintf(escape, sizeof escape, "\\x%02x", byte);
+    text += escape;
+  }
+  return text;
+}
+
+template <std::size_t N>
+std::optional<Value> as_octets(const std::optional<std::array<uint8, N>>& bytes) {
+  if (!bytes) return std::nullopt;
+  return std::string(bytes->begin(), bytes->end());
+}
+
+/// @return the text up to the next `separator`, which is taken off `rest` together with it.
+std::string_view take_field(std::string_view* rest, char separator) {
+  const std::size_t end = std::min(rest->find(separator), rest->size());
+  const std::string_view field = rest->substr(0, end);
+  rest->remove_prefix(std::min(end + 1, rest->size()));
+  return field;
+}
+
+}  // namespace
+
+std::optional<uint32> parse_number(std::string_view text, uint32 max) {
+  const bool hex = text.starts_with("0x") || text.starts_with("0X");
+  if (hex) text.remove_prefix(2);
+  uint32 number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number, hex ? 16 : 10);
+  if (error != std::errc() || end != text.data() + text.size() || number > max) return std::nullopt;
+  return number;
+}
+
+std::optional<Mac> parse_mac(std::string_view text) {
+  if (text.size() != 17) return std::nullopt;
+  const char separator = text[2];
+  if (separator != ':' && separator != '-') return std::nullopt;
+  Mac mac{};
+  for (std::size_t i = 0; i < mac.size(); i++) {
+    const char* const pair = text.data() + 3 * i;
+    if (i > 0 && pair[-1] != separator) return std::nullopt;
+    const auto [end, error] = std::from_chars(pair, pair + 2, mac[i], 16);
+    if (error != std::errc() || end != pair + 2) return std::nullopt;
+  }
+  return mac;
+}
+
+std::string format_mac(const Mac& mac) {
+  char text[18];
+  std::snprintf(text, sizeof text, "%02x:%02x:%02x:%02x:%02x:%02x", mac[0], mac[1], mac[2], mac[3], mac[4], mac[5]);
+  return text;
+}
+
+std::optional<std::array<uint8, LUMENHARBOUR_IPV4_SIZE>> parse_ipv4(std::string_view text) {
+  std::array<uint8, LUMENHARBOUR_IPV4_SIZE> bytes{};
+  if (inet_pton(AF_INET, std::string(text).c_str(), bytes.data()) != 1) return std::nullopt;
+  return bytes;
+}
+
+std::optional<std::string> parse_vlans(std::string_view text) {
+  std::string bitmap(LUMENHARBOUR_VLANLIST_SIZE, '\0');
+  if (text.empty() || text.ends_with(',')) return std::nullopt;
+  while (!text.empty()) {
+    std::string_view field = take_field(&text, ',');
+    const bool is_range = field.find('-') != std::string_view::npos;
+    const std::optional<uint32> low = parse_number(take_field(&field, '-'), VLAN_MAX);
+    const std::optional<uint32> high = is_range ? parse_number(field, VLAN_MAX) : low;
+    if (!low || !high || *low > *high) return std::nullopt;
+    for (uint32 vlan = *low; vlan <= *high; vlan++)
+      bitmap[vlan / 8] = static_cast<char>(static_cast<uint8>(bitmap[vlan / 8]) | 0x80 >> vlan % 8);
+  }
+  return bitmap;
+}
+
+std::string format_vlans(std::string_view bitmap) {
+  const auto is_set = [bitmap](std::size_t vlan) {
+    return vlan / 8 < bitmap.size() && (static_cast<uint8>(bitmap[vlan / 8]) & 0x80 >> vlan % 8) != 0;
+  };
+  std::string list;
+  for (std::size_t vlan = 0; vlan <= VLAN_MAX; vlan++) {
+    if (!is_set(vlan)) continue;
+    if (!list.empty()) list += ',';
+    list += std::to_string(vlan);
+    const std::size_t low = vlan;
+    while (is_set(vlan + 1)) vlan++;
+    if (vlan > low) list += '-' + std::to_string(vlan);
+  }
+  return list;
+}
+
+std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view text) {
+  switch (attr.value) {
+    case LUMENHARBOUR_VALUE_NUMBER:
+    case LUMENHARBOUR_VALUE_TRUTH:
+    case LUMENHARBOUR_VALUE_ROWSTATUS:
+      return parse_integer(attr, text);
+    case LUMENHARBOUR_VALUE_TEXT:
+      if (text.size() > limit_of(attr)) return std::nullopt;
+      return std::string(text);
+    case LUMENHARBOUR_VALUE_IPV4:
+      return as_octets(parse_ipv4(text));
+    case LUMENHARBOUR_VALUE_MAC:
+      return as_octets(parse_mac(text));
+    case LUMENHARBOUR_VALUE_VLANS:
+      return parse_vlans(text);
+    case LUMENHARBOUR_VALUE_IGNORED:
+    case LUMENHARBOUR_VALUE_RECORD:
+      break;
+  }
+  return std::nullopt;
+}
+
+std::string format_value(const tLumenHarbourAttr& attr, const Value& value) {
+  if (const auto* const number = std::get_if<uint32>(&value)) return format_integer(attr, *number);
+  const std::string& bytes = std::get<std::string>(value);
+  if (attr.value == LUMENHARBOUR_VALUE_IPV4) return format_ipv4(bytes);
+  if (attr.value == LUMENHARBOUR_VALUE_VLANS) return format_vlans(bytes);
+  if (attr.value != LUMENHARBOUR_VALUE_MAC) return format_text(bytes);
+  Mac mac{};
+  if (bytes.size() != mac.size()) return "?";
+  std::copy(bytes.begin(), bytes.end(), mac.begin());
+  return format_mac(mac);
+}
+
+std::string expected_value(const tLumenHarbourAttr& attr) {
+  const std::span<const Word> words = words_of(attr);
+  if (!words.empty()) {
+    std::string text;
+    for (const Word& word : words) text += (text.empty() ? "" : ", ") + std::string(word.set);
+    return "one of " + text;
+  }
+  switch (attr.value) {
+    case LUMENHARBOUR_VALUE_IGNORED:
+      return "no value";
+    case LUMENHARBOUR_VALUE_TEXT:
+      return "a text of at most " + std::to_string(limit_of(attr)) + " bytes";
+    case LUMENHARBOUR_VALUE_IPV4:
+      return "an IPv4 address such as 192.0.2.1";
+    case LUMENHARBOUR_VALUE_MAC:
+      return "a MAC address such as 00:1b:21:0a:0b:0c";
+    case LUMENHARBOUR_VALUE_VLANS:
+      return "VLAN ids from 0 to " + std::to_string(VLAN_MAX) + " such as 1,5,100-120";
+    case LUMENHARBOUR_VALUE_RECORD:
+      return "a record";
+    default:
+      return "a number from 0 to " + std::to_string(limit_of(attr));
+  }
+}
+
+}  // namespace lumenharbour

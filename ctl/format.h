@@ -1,0 +1,51 @@
+#pragma once
+
+/// @file
+/// Attribute values as people write and read them.
+
+#include <array>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+
+#include "lumenharbour_mgmt.h"
+
+namespace lumenharbour {
+
+/// An attribute's value as it travels: an integer or an octet string, by the attribute's kind.
+using Value = std::variant<uint32, std::string>;
+
+/// @return the number that `text` says in decimal, or in hexadecimal behind "0x"; nothing when it is none, or above
+///         `max`.
+std::optional<uint32> parse_number(std::string_view text, uint32 max = 0xffffffffU);
+
+/// @return the address that `text` says in six pairs of digits, all parted by ':' or all by '-'; else nothing.
+std::optional<Mac> parse_mac(std::string_view text);
+
+/// @return the address as "00:1b:21:0a:0b:0c".
+std::string format_mac(const Mac& mac);
+
+/// @return the 4 bytes, in network order, of the dotted address that `text` says; else nothing.
+std::optional<std::array<uint8, LUMENHARBOUR_IPV4_SIZE>> parse_ipv4(std::string_view text);
+
+/// @return the bitmap of `LUMENHARBOUR_VLANLIST_SIZE` bytes for a list such as "1,5,100-120"; nothing when the list is
+///         empty, malformed, or reaches above 4095.
+std::optional<std::string> parse_vlans(std::string_view text);
+
+/// @return a VLAN bitmap as a list such as "1,5,100-120"; empty for no VLAN.
+std::string format_vlans(std::string_view bitmap);
+
+/// @return the value that `text` says for an attribute; nothing when it is not what `expected_value` tells, and for an
+///         attribute that takes no value or a record.
+std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view text);
+
+/// @return an attribute's value as `parse_value` takes it. A row status reads "active", where "activate" is set.
+/// Control
+///         characters in a name, which may come from the network, read as "\x1b".
+std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
+
+/// @return what an attribute takes, in words that follow "expected", such as "a number from 0 to 3".
+std::string expected_value(const tLumenHarbourAttr& attr);
+
+}  // namespace lumenharbour

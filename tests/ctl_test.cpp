@@ -1,0 +1,173 @@
+// The management client against a scripted peer: bytes sent, replies and failures taken, values read and written.
+
+#include <gtest/gtest.h>
+#include <sys/socket.h>
+#include <sys/un.h>
+#include <unistd.h>
+
+#include <functional>
+#include <thread>
+
+#include "format.h"
+#include "lumenharbour_mgmt.h"
+#include "request.h"
+
+namespace lumenharbour {
+namespace {
+
+std::string frame(const std::string& body) {
+  return raw(static_cast<int32>(body.size())) + body;
+}
+
+std::string section(char type, const std::string& data) {
+  return '\3' + (type + raw(static_cast<uint16>(data.size()))) + data;
+}
+
+/// Puts `bytes` into a request that is to become a reply.
+std::string patched(std::string body, std::size_t at, const std::string& bytes) {
+  return frame(body.replace(at, bytes.size(), bytes));
+}
+
+/// What a peer answers to a request's body: frame bytes before it closes; none to wait until the other side closes.
+using Script = std::function<std::string(const std::string& body)>;
+
+/// Serves one connection on a socket of its own, as the daemon does: one receive for the length, one for the body.
+class Peer {
+ public:
+  explicit Peer(Script script) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
+    sockaddr_un addr{AF_UNIX, {}};
+    path.copy(addr.sun_path, sizeof addr.sun_path - 1);
+    EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
+    EXPECT_EQ(0, listen(fd_, 1));
+    thread_ = std::thread([this, script] { serve(script); });
+  }
+  ~Peer() {
+    shutdown(fd_, SHUT_RDWR);
+    thread_.join();
+    close(fd_);
+    unlink(path.c_str());
+  }
+  Daemon daemon(int timeout_ms = 5000) const { return Daemon({path, timeout_ms}); }
+
+  const std::string path = testing::TempDir() + "ctl_test." + std::to_string(getpid());
+  std::string body;  ///< the request's body, complete once the request returned
+
+ private:
+  void serve(const Script& script) {
+    const int fd = accept(fd_, nullptr, nullptr);
+    int32 len = 0;
+    char bytes[LUMENHARBOUR_MSG_MAX];
+    EXPECT_EQ(4, recv(fd, &len, sizeof len, 0));
+    EXPECT_EQ(len, recv(fd, bytes, sizeof bytes, MSG_DONTWAIT)) << "the body did not arrive together with its length";
+    body.assign(bytes, static_cast<std::size_t>(len));
+    const std::string reply = script(body);
+    if (reply.empty()) recv(fd, bytes, sizeof bytes, 0);
+    send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+    close(fd);
+  }
+  int fd_;
+  std::thread thread_;
+};
+
+constexpr Mac MAC = {0x00, 0x1b, 0x21, 0x0a, 0x0b, 0x0c};
+
+TEST(CtlRequest, BytesOnTheWire) {
+  static constexpr MacMemberRow mac_row = {3, MAC};
+  static constexpr PidMemberRow pid_row = {3, 5};
+  const std::vector<::Value> mac_index = {{ADR_TYPE_INT16, raw(uint16{3})}, octets(raw(MAC))};
+  const struct {
+    std::function<void(const Daemon&)> send;
+    Request request;
+  } cases[] = {
+      {[](auto& d) { d.get_integer(GlobalRow{}, 1); }, {2, 1, {integer(0)}, integer(0)}},
+      {[](auto& d) { d.set_octets(GroupRow{7}, 2, "lab"); }, {13, 2, {integer(7)}, octets("lab")}},
+      {[](auto& d) { d.get_octets(BuiltinRow{9}, 4); }, {17, 4, {integer(9)}, room(255)}},
+      {[](auto& d) { d.next(mac_row); }, {4, 0, mac_index, integer(0), 8}},
+      {[](auto& d) { d.next(pid_row); }, {8, 0, {integer(3), integer(5)}, integer(0), 8}},
+      {[](auto& d) { d.find_group("floor-2"); }, {23, 8, {octets("floor-2")}, integer(0)}},
+  };
+  for (const auto& c : cases) {
+    Peer peer(frame);
+    c.send(peer.daemon());
+    EXPECT_EQ(c.request.body, peer.body);
+  }
+}
+
+TEST(CtlReply, FailuresAreToldApart) {
+  const struct {
+    const char* name;
+    Script script;
+    Status status;
+  } cases[] = {
+      {"done", frame, Status::done},
+      {"code", [](auto& b) { return patched(b, 12, raw(ERR_ZOR_NOTFOUND)); }, Status::refused},
+      {"empty reply", [](auto&) { return frame(""); }, Status::undecodable},
+      {"cut short", [](auto& b) { return frame(b).substr(0, 40); }, Status::broken},
+      {"other length", [](auto& b) { return frame(b + '\0'); }, Status::broken},
+      {"bytes behind it", [](auto& b) { return frame(b) + '\0'; }, Status::broken},
+      {"negative length", [](auto& b) { return raw(int32{-1}) + b; }, Status::broken},
+      {"other function", [](auto& b) { return patched(b, 4, raw(1U)); }, Status::broken},
+      {"other value type", [](auto& b) { return patched(b, 34, std::string(1, '\0')); }, Status::broken},
+      {"silence", [](auto&) { return ""; }, Status::timed_out},
+  };
+  for (const auto& c : cases) {
+    Peer peer(c.script);
+    const Result result = peer.daemon(c.status == Status::timed_out ? 50 : 5000).get_integer(GlobalRow{}, 1);
+    EXPECT_EQ(c.status, result.status) << c.name;
+    EXPECT_EQ(c.status == Status::refused ? ERR_ZOR_NOTFOUND : 0, result.code) << c.name;
+  }
+  const Daemon absent({testing::TempDir() + "no-such-socket", 50});
+  EXPECT_EQ(Status::unreachable, absent.get_integer(GlobalRow{}, 1).status);
+  EXPECT_NE(std::string::npos, absent.explain({Status::unreachable, ENOENT}).find("no-such-socket"));
+  EXPECT_EQ(Status::unsendable, absent.set_octets(GlobalRow{}, 9, std::string(1500, 'x')).status);
+}
+
+TEST(CtlReply, ValuesComeBack) {
+  const std::string row = section(1, raw(uint16{5})) + section(0, raw(MAC));
+  const auto member = [&row](auto& b) { return patched(b, 40, row); };
+  EXPECT_EQ((MacMemberRow{5, MAC}), Peer(member).daemon().next(MacMemberRow{}).value);
+  const auto text = [](auto& b) { return patched(b, 33, section(0, "v2.bin")); };
+  EXPECT_EQ("v2.bin", Peer(text).daemon().get_octets(GlobalRow{}, 9).value);
+  const auto nobody = [](auto& b) { return patched(b, 12, raw(int32{-1})); };
+  EXPECT_EQ(Status::none, Peer(nobody).daemon().find_group("floor-2").status);
+  EXPECT_EQ(Status::none, Peer(frame).daemon().free_group().status) << "only a director changes the number";
+}
+
+TEST(CtlReply, AnnouncementIsAnsweredByADirectorOnly) {
+  const tLumenHarbourClientInfo client = {{}, 7, {}, AF_INET, 1};
+  EXPECT_EQ(Status::none, Peer(frame).daemon().announce(client).status);
+  // The record starts at 37, its lengths and names 28 bytes behind.
+  const auto director = [](auto& b) { return patched(b, 65, raw(9U) + raw(0U) + "floor.txt"); };
+  const Reply<FileNames> names = Peer(director).daemon().announce(client);
+  EXPECT_EQ("floor.txt", names.value.imagelist);
+  EXPECT_EQ("", names.value.config);
+}
+
+TEST(CtlFormat, ValuesAreReadAsTheyAreWritten) {
+  const auto global = [](uint32 cmd) { return lumenharbour_attr_find(LUMENHARBOUR_TABLE_GLOBAL, cmd); };
+  const auto group = [](uint32 cmd) { return lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, cmd); };
+  const auto* const mac = lumenharbour_attr_find(LUMENHARBOUR_TABLE_CLIENT, LUMENHARBOUR_CLIENT_MAC);
+  const std::string x60(60, 'x');
+  const struct {
+    const tLumenHarbourAttr* attr;
+    std::string text, reads;
+    std::vector<std::string> refused;
+  } cases[] = {
+      {global(LUMENHARBOUR_GLB_MANAGEVLANADD), "5,1,7-9,4095,2", "1-2,5,7-9,4095", {"4096", "5-4", "1,", "1--2", ""}},
+      {mac, "00-1B-21-0a-0b-0c", "00:1b:21:0a:0b:0c", {"00:1b:21:0a-0b:0c", "00:1b:21:0a:0b:0g", "0:1b:21:0a:0b:0cc"}},
+      {global(LUMENHARBOUR_GLB_DIRECTORIP), "192.0.2.1", "192.0.2.1", {"192.0.2", "192.0.2.256"}},
+      {global(LUMENHARBOUR_GLB_STATE), "1", "on", {"0", "3", "yes"}},
+      {global(LUMENHARBOUR_GLB_DEBUG), "0x3", "3", {"4", "-1", "1 "}},
+      {global(LUMENHARBOUR_GLB_IMAGERELOADTIME), "4294967295", "4294967295", {"4294967296"}},
+      {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "deactivate", "inactive", {"0", "5"}},
+      {group(LUMENHARBOUR_CUSTOMGRP_TYPE), "4", "pid", {"5"}},
+      {group(LUMENHARBOUR_CUSTOMGRP_NAME), x60 + "\x1b[m", x60 + "\\x1b[m", {x60 + "1234"}},
+  };
+  for (const auto& c : cases) {
+    EXPECT_EQ(c.reads, format_value(*c.attr, parse_value(*c.attr, c.text).value()));
+    for (const std::string& text : c.refused) EXPECT_FALSE(parse_value(*c.attr, text)) << text;
+  }
+}
+
+}  // namespace
+}  // namespace lumenharbour
