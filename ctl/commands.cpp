@@ -137,7 +137,7 @@ Line key_of(const ClientRow& row) {
 /// @return a row in words, such as "group 3" or "MAC member 00:1b:21:0a:0b:0c of group 3".
 std::string describe(const Row& row) {
   const Line key = std::visit([](const auto& of_table) { return key_of(of_table); }, row);
-  const std::string name = TABLES[row.index()].row;
+  std::string name = TABLES[row.index()].row;
   if (key.empty()) return name;
   return key.size() == 1 ? name + ' ' + key[0] : name + ' ' + key[1] + " of group " + key[0];
 }

@@ -6,8 +6,6 @@
 #include <cstdio>
 #include <span>
 
-#include "lumenharbour_group.h"
-
 namespace lumenharbour {
 namespace {
 

@@ -16,16 +16,6 @@ enum : uint8 {
   LUMENHARBOUR_GRPTYPE_BUILTIN = 2,
 };
 
-/// Types of custom group. The order matters: of two groups that match a client the smaller type wins.
-enum : uint8 {
-  LUMENHARBOUR_CUSTOMGRP_TYPE_UNKNOWN = 0,
-  LUMENHARBOUR_CUSTOMGRP_TYPE_STACK = 1,
-  LUMENHARBOUR_CUSTOMGRP_TYPE_MAC = 2,
-  LUMENHARBOUR_CUSTOMGRP_TYPE_CONNECT = 3,
-  LUMENHARBOUR_CUSTOMGRP_TYPE_PID = 4,
-  LUMENHARBOUR_CUSTOMGRP_TYPE_MAX = 5,  ///< bound
-};
-
 /// Member key of a MAC group.
 struct tLumenHarbourMacGrpId {
   uint8 mac[LUMENHARBOUR_MAC_SIZE];  ///< MAC address

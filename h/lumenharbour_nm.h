@@ -143,6 +143,17 @@ enum : uint32 {
   LUMENHARBOUR_ROW_DESTROY = 4,   ///< set: delete
 };
 
+/// Types of custom group, values of `LUMENHARBOUR_CUSTOMGRP_TYPE`. The order matters: of two groups that match a client
+/// the smaller type wins.
+enum : uint8 {
+  LUMENHARBOUR_CUSTOMGRP_TYPE_UNKNOWN = 0,
+  LUMENHARBOUR_CUSTOMGRP_TYPE_STACK = 1,
+  LUMENHARBOUR_CUSTOMGRP_TYPE_MAC = 2,
+  LUMENHARBOUR_CUSTOMGRP_TYPE_CONNECT = 3,
+  LUMENHARBOUR_CUSTOMGRP_TYPE_PID = 4,
+  LUMENHARBOUR_CUSTOMGRP_TYPE_MAX = 5,  ///< bound
+};
+
 /// The tables of the management interface.
 enum tLumenHarbourTable : uint8 {
   LUMENHARBOUR_TABLE_GLOBAL = 0,

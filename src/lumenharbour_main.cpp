@@ -81,18 +81,18 @@ int mem_alloc_failed(const char* message) {
 
 int lumenharbour_mem_alloc() {
   tLumenHarbourInfo& info = gLumenHarbourInfo;
-  const auto link_custom = [&](tLumenHarbourGrpEntry& grp, uint32) {
-    list_add_head(&grp.node, &info.custom_grp_free_tbl);
+  constexpr auto link_custom = [](tLumenHarbourGrpEntry& grp, uint32) {
+    list_add_head(&grp.node, &gLumenHarbourInfo.custom_grp_free_tbl);
   };
-  const auto link_builtin = [&](tLumenHarbourGrpEntry& grp, uint32) {
-    list_add_head(&grp.node, &info.builtin_grp_free_tbl);
+  constexpr auto link_builtin = [](tLumenHarbourGrpEntry& grp, uint32) {
+    list_add_head(&grp.node, &gLumenHarbourInfo.builtin_grp_free_tbl);
   };
-  const auto link_client = [&](tLumenHarbourClientEntry& client, uint32 i) {
+  constexpr auto link_client = [](tLumenHarbourClientEntry& client, uint32 i) {
     client.index = i;
-    list_add_tail(&client.node, &info.client_free_tbl);
+    list_add_tail(&client.node, &gLumenHarbourInfo.client_free_tbl);
   };
-  const auto link_grpid = [&](tLumenHarbourGrpIdEntry& member, uint32) {
-    list_add_head(&member.node, &info.grpid_free_tbl);
+  constexpr auto link_grpid = [](tLumenHarbourGrpIdEntry& member, uint32) {
+    list_add_head(&member.node, &gLumenHarbourInfo.grpid_free_tbl);
   };
 
   if (!pool_build(info.custom_grp_tbl, info.custom_grp_max_num, link_custom))
