@@ -36,8 +36,7 @@ TEST_F(CmdTest, RefusesWhatItCannotDecodeAndSaysWhy) {
   const Request text = global_get(LUMENHARBOUR_GLB_DEFAULTIMAGENAME, octets("abc"));
   const std::string header[] = {"function", "return code", "command"};
   for (size_t i = 0; i < 3; i++)
-    for (size_t byte = 0; byte < 4; byte++)
-      EXPECT_EQ(refusal(spoilt(get, 8 * i + byte, 99)), "[LumenHarbour] Decode " + header[i] + " failed \r\n!");
+    EXPECT_EQ(refusal(spoilt(get, 8 * i, 99)), "[LumenHarbour] Decode " + header[i] + " failed \r\n!");
   EXPECT_EQ(refusal(cut(get, 25)), "[LumenHarbour] Receive length 25 ERROR!\r\n");
   EXPECT_EQ(refusal(spoilt(get, 24, 2)), "[LumenHarbour] Decode index failed, value = 2 \r\n!");
   EXPECT_EQ(refusal(Request(24, 1, {integer(0)}, integer(0))), "[LumenHarbour] Invalid function 24 \r\n!");
@@ -50,18 +49,14 @@ TEST_F(CmdTest, RefusesWhatItCannotDecodeAndSaysWhy) {
 }
 
 TEST_F(CmdTest, RefusesEveryRequestThatIsCutShort) {
-  const tLumenHarbourGrpMacIndex mac = {};
-  const std::vector<Value> items[] = {{integer(0)},
-                                      {{ADR_TYPE_INT16, raw(mac.grp_id)}, octets(std::string(6, 'm'))},
-                                      {integer(1), integer(2)},
-                                      {integer(1)},
-                                      {octets("name")}};
-  const uint32 funcs[] = {LUMENHARBOUR_GLOBAL_GETAPI, LUMENHARBOUR_CUSTOMGRPMAC_GETNEXT,
-                          LUMENHARBOUR_CUSTOMGRPPID_GETFIRST, LUMENHARBOUR_CLIENT_GETNEXT,
-                          LUMENHARBOUR_CUSTOMGRPID_GETAPI};
-  for (size_t i = 0; i < std::size(funcs); i++) {
+  const std::pair<uint32, std::vector<Value>> requests[] = {
+      {LUMENHARBOUR_GLOBAL_GETAPI, {integer(0)}},
+      {LUMENHARBOUR_CUSTOMGRPMAC_GETNEXT, {{ADR_TYPE_INT16, "id"}, octets("member")}},
+      {LUMENHARBOUR_CUSTOMGRPPID_GETFIRST, {integer(1), integer(2)}},
+      {LUMENHARBOUR_CUSTOMGRPID_GETAPI, {octets("name")}}};
+  for (const auto& [func, items] : requests) {
     for (const Value& value : {integer(1), octets("12345678"), Value{ADR_TYPE_INT64, "12345678"}}) {
-      const Request whole(funcs[i], 1, items[i], value);
+      const Request whole(func, 1, items, value);
       for (size_t len = 1; len < whole.body.size(); len++) EXPECT_NE(refusal(cut(whole, len)), "") << len;
       Request run = whole;
       run.run();
@@ -98,25 +93,24 @@ TEST_F(CmdTest, AValueOfTheWrongKindNeverReachesAHandler) {
   lumenharbour_custom_grp_add(1)->status = 2;
   lumenharbour_builtin_grp_add(1)->status = 2;
   lumenharbour_client_add();
-  const tLumenHarbourTable tables[] = {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_TABLE_CUSTOMGRP,
-                                       LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_TABLE_CLIENT};
-  const uint32 set_func[] = {LUMENHARBOUR_GLOBAL_SETAPI, LUMENHARBOUR_CUSTOMGRP_SETAPI, LUMENHARBOUR_BUILTINGRP_SETAPI,
-                             LUMENHARBOUR_CLIENT_SETAPI};
-  const uint32 get_func[] = {LUMENHARBOUR_GLOBAL_GETAPI, LUMENHARBOUR_CUSTOMGRP_GETAPI, LUMENHARBOUR_BUILTINGRP_GETAPI,
-                             LUMENHARBOUR_CLIENT_GETAPI};
-  const uint32 index[] = {0, 1, 1, 0};
+  const struct {
+    tLumenHarbourTable table;
+    uint32 set, get, index;
+  } tables[] = {{LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLOBAL_SETAPI, LUMENHARBOUR_GLOBAL_GETAPI, 0},
+                {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_SETAPI, LUMENHARBOUR_CUSTOMGRP_GETAPI, 1},
+                {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_SETAPI, LUMENHARBOUR_BUILTINGRP_GETAPI, 1},
+                {LUMENHARBOUR_TABLE_CLIENT, LUMENHARBOUR_CLIENT_SETAPI, LUMENHARBOUR_CLIENT_GETAPI, 0}};
   int tried = 0;
-  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
-    const auto* table = std::find(std::begin(tables), std::end(tables), attr.table);
-    const bool looks = attr.value != LUMENHARBOUR_VALUE_IGNORED;
-    if (table == std::end(tables) || !looks || attr.cmd == LUMENHARBOUR_CLIENT_STATUS) continue;
-    const auto i = static_cast<size_t>(table - tables);
-    const bool is_integer = lumenharbour_value_is_integer(attr.value);
-    for (const Value& value : is_integer ? wrong_for_integers : wrong_for_octets) {
-      for (const uint32 func : {set_func[i], get_func[i]}) {
-        Request request(func, attr.cmd, {integer(index[i])}, value);
-        EXPECT_EQ(request.run(), ERR_ZOR_UNSUPPORTED) << attr.name << " func " << func;
-        tried++;
+  for (const auto& [table, set, get, index] : tables) {
+    for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
+      const bool deletes = table == LUMENHARBOUR_TABLE_CLIENT && attr.cmd == LUMENHARBOUR_CLIENT_STATUS;
+      if (attr.table != table || attr.value == LUMENHARBOUR_VALUE_IGNORED || deletes) continue;
+      const bool is_integer = lumenharbour_value_is_integer(attr.value);
+      for (const Value& value : is_integer ? wrong_for_integers : wrong_for_octets) {
+        for (const uint32 func : {set, get}) {
+          EXPECT_EQ(Request(func, attr.cmd, {integer(index)}, value).run(), ERR_ZOR_UNSUPPORTED) << attr.name;
+          tried++;
+        }
       }
     }
   }
