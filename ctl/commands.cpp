@@ -340,20 +340,14 @@ bool read_row(const Session& session, const Row& row, Line* line) {
   return true;
 }
 
-/// @return every row of a table, each once.
+/// @return every row of a table.
 template <typename R>
 std::vector<R> walk(const Session& session) {
-  std::vector<R> seen;
+  std::vector<R> rows;
   Reply<R> row = session.daemon.first<R>();
-  for (; row; row = session.daemon.next(row.value)) {
-    if (std::find(seen.begin(), seen.end(), row.value) != seen.end()) {
-      note(describe(row.value) + " came up twice: the table changed meanwhile, so list it again");
-      return seen;
-    }
-    seen.push_back(row.value);
-  }
+  for (; row; row = session.daemon.next(row.value)) rows.push_back(row.value);
   if (row.status != Status::none) check(session, row, std::string("list the ") + TABLES[session.command.table].rows);
-  return seen;
+  return rows;
 }
 
 /// @return how many single-character edits lead from one word to the other.

@@ -162,13 +162,10 @@ class Daemon {
   template <typename R>
   Reply<R> first() const;
 
-  /// Finds the row after `row`, in the table's order.
-  ///
-  /// Other requests may change the table between two steps, and a row may then come up again.
+  /// Finds the row after `row`, in the table's order. A member that its group lists more than once is met once.
   ///
   /// @return the row; `none` at the end, and for members also when `row` is gone; `refused` with `ERR_ZOR_NOTFOUND`
-  /// when
-  ///         a built-in group `row` is gone
+  ///         when a built-in group `row` is gone
   template <typename R>
   Reply<R> next(const R& row) const;
 
