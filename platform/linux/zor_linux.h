@@ -7,6 +7,7 @@
 #include <net/if.h>
 #include <unistd.h>
 
+#include <algorithm>
 #include <cstddef>
 #include <cstdio>
 #include <memory>
@@ -84,6 +85,18 @@ bool zorLinuxNumberRead(std::string_view text, uint32* number);
 /// @return whether a byte is a control character: below a blank, or DEL.
 constexpr bool zorLinuxIsControl(char c) {
   return static_cast<uint8>(c) < 0x20 || c == 0x7F;
+}
+
+/// @return the first `n` bytes of a text, or all of them. Unlike `substr`, this and the next cannot throw, so that the
+///         daemon does not need the C++ library's shared object for an exception that never comes.
+constexpr std::string_view zorLinuxHead(std::string_view text, std::size_t n) {
+  return {text.data(), std::min(n, text.size())};
+}
+
+/// @return what follows the first `n` bytes of a text, or nothing.
+constexpr std::string_view zorLinuxTail(std::string_view text, std::size_t n) {
+  text.remove_prefix(std::min(n, text.size()));
+  return text;
 }
 
 /// A descriptor that closes itself; negative holds none.

@@ -49,7 +49,7 @@ int dump_open(const char* path) {
   if (fd >= 0 || errno != ENOENT) return fd;
   char directory[ZOR_LINUX_TEXT_SIZE];
   const std::string_view whole = path;
-  directory[whole.substr(0, whole.rfind('/')).copy(directory, sizeof(directory) - 1)] = '\0';
+  directory[zorLinuxHead(whole, whole.rfind('/')).copy(directory, sizeof(directory) - 1)] = '\0';
   if (mkdir(directory, DIRECTORY_MODE) != 0) return -1;
   return open(path, flags, DUMP_MODE);
 }

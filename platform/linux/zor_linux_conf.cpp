@@ -85,13 +85,13 @@ int width(std::string_view text) {
 std::string_view trim(std::string_view text) {
   const std::size_t begin = text.find_first_not_of(BLANKS);
   if (begin == text.npos) return {};
-  return text.substr(begin, text.find_last_not_of(BLANKS) - begin + 1);
+  return zorLinuxTail(zorLinuxHead(text, text.find_last_not_of(BLANKS) + 1), begin);
 }
 
 std::string_view without_comment(std::string_view text) {
   std::size_t at = text.find('#');
   while (at != text.npos && at != 0 && BLANKS.find(text[at - 1]) == BLANKS.npos) at = text.find('#', at + 1);
-  return text.substr(0, at);
+  return zorLinuxHead(text, at);
 }
 
 void report_unknown_key(const tPlace& place, std::string_view key) {
@@ -128,7 +128,7 @@ void apply_line(const tPlace& place, const tZorLinuxLine& line) {
             text.data());
     return;
   }
-  apply_setting(place, trim(text.substr(0, equals)), trim(text.substr(equals + 1)));
+  apply_setting(place, trim(zorLinuxHead(text, equals)), trim(zorLinuxTail(text, equals + 1)));
 }
 
 }  // namespace

@@ -35,8 +35,8 @@ int refuse(const tAttribute& attribute, const char* reason) {
 // @return the value of a line `key=value`, a view without data when the line is of another key.
 std::string_view value_of(const tZorLinuxLine& line, std::string_view key) {
   const std::string_view text(line.text, line.len);
-  if (!text.starts_with(key) || text.substr(key.size(), 1) != "=") return {};
-  return text.substr(key.size() + 1);
+  if (!text.starts_with(key) || !zorLinuxTail(text, key.size()).starts_with('=')) return {};
+  return zorLinuxTail(text, key.size() + 1);
 }
 
 int store_text(const tAttribute& attribute, std::string_view value, octetstring* result) {
