@@ -54,26 +54,26 @@ bool is_on(const Daemon& daemon, uint32 cmd) {
   return state && state.value == LUMENHARBOUR_ON;
 }
 
-bool is_director(const Session& session) {
-  return is_on(session.daemon, LUMENHARBOUR_GLB_DIRECTORSTATE);
+bool is_director(const Call& call) {
+  return is_on(call.daemon, LUMENHARBOUR_GLB_DIRECTORSTATE);
 }
 
 /// @return the reason for missing rows that an operator would otherwise look for in vain; empty on a director.
-std::string role_advice(const Session& session) {
-  return is_director(session) ? "" : std::string("; ") + NOT_DIRECTOR;
+std::string role_advice(const Call& call) {
+  return is_director(call) ? "" : std::string("; ") + NOT_DIRECTOR;
 }
 
 /// @return what may help where the daemon refused, as the rest of a sentence.
-std::string refusal_advice(const Session& session, int code, const tLumenHarbourAttr* attr) {
+std::string refusal_advice(const Call& call, int code, const tLumenHarbourAttr* attr) {
   if (code == ERR_ZOR_NOTSTARTED) return "";
-  if (session.command.table != LUMENHARBOUR_TABLE_GLOBAL) return role_advice(session);
+  if (call.command.table != LUMENHARBOUR_TABLE_GLOBAL) return role_advice(call);
   if (attr == nullptr || code != ERR_ZOR_UNSUPPORTED) return "";
   if (attr->access == LUMENHARBOUR_ATTR_GET) return "; it can be read, not set";
-  if (attr->access == LUMENHARBOUR_ATTR_SET && session.command.run == get) return "; it can be set, not read";
+  if (attr->access == LUMENHARBOUR_ATTR_SET && call.command.run == get) return "; it can be set, not read";
   return attr->guard == LUMENHARBOUR_GUARD_CLIENT ? "; it is set in the client role only" : "";
 }
 
-std::string advice(const Session& session, const Result& result, const tLumenHarbourAttr* attr) {
+std::string advice(const Call& call, const Result& result, const tLumenHarbourAttr* attr) {
   switch (result.status) {
     case Status::unreachable:
       if (result.code != ENOENT && result.code != ECONNREFUSED) return "";
@@ -81,7 +81,7 @@ std::string advice(const Session& session, const Result& result, const tLumenHar
     case Status::timed_out:
       return ". It answers nobody while it fetches a file: try again, or wait longer with --timeout";
     case Status::refused:
-      return refusal_advice(session, result.code, attr);
+      return refusal_advice(call, result.code, attr);
     default:
       return "";
   }
@@ -106,10 +106,10 @@ Exit exit_of(const Result& result) {
 ///
 /// @param[in] attempt  what was tried, as it stands behind "cannot"
 /// @param[in] attr     the attribute that it was about, null for none
-void check(const Session& session, const Result& result, const std::string& attempt,
+void check(const Call& call, const Result& result, const std::string& attempt,
            const tLumenHarbourAttr* attr = nullptr) {
   if (result) return;
-  die(exit_of(result), "cannot " + attempt + ": " + session.daemon.explain(result) + advice(session, result, attr));
+  die(exit_of(result), "cannot " + attempt + ": " + call.daemon.explain(result) + advice(call, result, attr));
 }
 
 // ---- Rows in words ----
@@ -161,48 +161,48 @@ Mac mac_of(const std::string& text) {
   return *mac;
 }
 
-uint32 group_named(const Session& session, const std::string& name) {
-  const Reply<GroupRow> group = session.daemon.find_group(name);
+uint32 group_named(const Call& call, const std::string& name) {
+  const Reply<GroupRow> group = call.daemon.find_group(name);
   if (group.status == Status::none) {
-    die(EXIT_NOT_FOUND, "no group has the name '" + name + '\'' + role_advice(session));
+    die(EXIT_NOT_FOUND, "no group has the name '" + name + '\'' + role_advice(call));
   }
-  check(session, group, "find group '" + name + '\'');
+  check(call, group, "find group '" + name + '\'');
   return group.value.id;
 }
 
 /// @return the group that a word says: an id, or else a name.
-uint32 group_of(const Session& session, const std::string& word) {
+uint32 group_of(const Call& call, const std::string& word) {
   const std::optional<uint32> id = parse_number(word);
-  return id ? *id : group_named(session, word);
+  return id ? *id : group_named(call, word);
 }
 
-Row mac_member_of(const Session& session) {
-  const Mac mac = mac_of(session.args.member);
-  const uint32 id = group_of(session, session.args.row);
+Row mac_member_of(const Call& call) {
+  const Mac mac = mac_of(call.args.member);
+  const uint32 id = group_of(call, call.args.row);
   if (id > 0xffff) die(EXIT_USAGE, std::to_string(id) + " is no group id: expected a number from 0 to 65535");
   return MacMemberRow{static_cast<uint16>(id), mac};
 }
 
-Row pid_member_of(const Session& session) {
-  const uint32 pid = number_of(session.args.member, "product id");
-  return PidMemberRow{group_of(session, session.args.row), pid};
+Row pid_member_of(const Call& call) {
+  const uint32 pid = number_of(call.args.member, "product id");
+  return PidMemberRow{group_of(call, call.args.row), pid};
 }
 
 /// @return the row that the command line names.
-Row row_of(const Session& session) {
-  switch (session.command.table) {
+Row row_of(const Call& call) {
+  switch (call.command.table) {
     case LUMENHARBOUR_TABLE_GLOBAL:
       break;
     case LUMENHARBOUR_TABLE_CUSTOMGRP:
-      return GroupRow{group_of(session, session.args.row)};
+      return GroupRow{group_of(call, call.args.row)};
     case LUMENHARBOUR_TABLE_CUSTOMGRPMAC:
-      return mac_member_of(session);
+      return mac_member_of(call);
     case LUMENHARBOUR_TABLE_CUSTOMGRPPID:
-      return pid_member_of(session);
+      return pid_member_of(call);
     case LUMENHARBOUR_TABLE_BUILTINGRP:
-      return BuiltinRow{number_of(session.args.row, "product id")};
+      return BuiltinRow{number_of(call.args.row, "product id")};
     case LUMENHARBOUR_TABLE_CLIENT:
-      return ClientRow{number_of(session.args.row, "client index")};
+      return ClientRow{number_of(call.args.row, "client index")};
   }
   return GlobalRow{};
 }
@@ -249,24 +249,24 @@ Reply<std::string> read_attribute(const Daemon& daemon, const Row& row, const tL
   return {octets, format_value(attr, octets.value)};
 }
 
-void print_row(const Session& session, const Row& row) {
+void print_row(const Call& call, const Row& row) {
   for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
-    if (!is_shown(attr, session.command.table)) continue;
-    const Reply<std::string> text = read_attribute(session.daemon, row, attr);
+    if (!is_shown(attr, call.command.table)) continue;
+    const Reply<std::string> text = read_attribute(call.daemon, row, attr);
     // No free group id is no failure where every attribute is wanted.
     const bool is_none = text.status == Status::none || text.code == ERR_BARE_NOMEM;
-    if (!is_none) check(session, text, "get " + describe(row, attr), &attr);
+    if (!is_none) check(call, text, "get " + describe(row, attr), &attr);
     print_line(std::string(attr.name) + ": " + (is_none || text.value.empty() ? "(none)" : text.value));
   }
 }
 
 /// Refuses what the daemon would accept without keeping it: a director's attribute in the client role. A daemon whose
 /// service is stopped refuses by itself, with the better reason.
-void check_role(const Session& session, const tLumenHarbourAttr& attr) {
+void check_role(const Call& call, const tLumenHarbourAttr& attr) {
   if (attr.guard != LUMENHARBOUR_GUARD_DIRECTOR) return;
-  const Reply<uint32> director = session.daemon.get_integer(GlobalRow{}, LUMENHARBOUR_GLB_DIRECTORSTATE);
-  check(session, director, "get director-state");
-  if (director.value == LUMENHARBOUR_ON || !is_on(session.daemon, LUMENHARBOUR_GLB_STATE)) return;
+  const Reply<uint32> director = call.daemon.get_integer(GlobalRow{}, LUMENHARBOUR_GLB_DIRECTORSTATE);
+  check(call, director, "get director-state");
+  if (director.value == LUMENHARBOUR_ON || !is_on(call.daemon, LUMENHARBOUR_GLB_STATE)) return;
   die(EXIT_REFUSED, "cannot set " + std::string(attr.name) +
                         ": this switch is not the director (director-state is off), and the daemon would take the "
                         "value without keeping it");
@@ -327,14 +327,14 @@ Line heading(tLumenHarbourTable table) {
 }
 
 /// Appends a row's cells behind its key. @return false when the row has gone meanwhile.
-bool read_row(const Session& session, const Row& row, Line* line) {
-  const tLumenHarbourTable table = session.command.table;
+bool read_row(const Call& call, const Row& row, Line* line) {
+  const tLumenHarbourTable table = call.command.table;
   if (is_member_table(table)) return true;
   for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
     if (!is_shown(attr, table)) continue;
-    const Reply<std::string> text = read_attribute(session.daemon, row, attr);
+    const Reply<std::string> text = read_attribute(call.daemon, row, attr);
     if (text.status == Status::refused && text.code == ERR_ZOR_NOTFOUND) return false;
-    check(session, text, "get " + describe(row, attr), &attr);
+    check(call, text, "get " + describe(row, attr), &attr);
     line->push_back(text.value);
   }
   return true;
@@ -342,11 +342,11 @@ bool read_row(const Session& session, const Row& row, Line* line) {
 
 /// @return every row of a table.
 template <typename R>
-std::vector<R> walk(const Session& session) {
+std::vector<R> walk(const Call& call) {
   std::vector<R> rows;
-  Reply<R> row = session.daemon.first<R>();
-  for (; row; row = session.daemon.next(row.value)) rows.push_back(row.value);
-  if (row.status != Status::none) check(session, row, std::string("list the ") + TABLES[session.command.table].rows);
+  Reply<R> row = call.daemon.first<R>();
+  for (; row; row = call.daemon.next(row.value)) rows.push_back(row.value);
+  if (row.status != Status::none) check(call, row, std::string("list the ") + TABLES[call.command.table].rows);
   return rows;
 }
 
@@ -399,64 +399,64 @@ const char* kind_name(tLumenHarbourValue value) {
   return names[value];
 }
 
-void get(const Session& session) {
-  const Row row = row_of(session);
-  if (session.args.attr.empty()) return print_row(session, row);
-  const tLumenHarbourAttr attr = attribute_of(session.command.table, session.args.attr);
+void get(const Call& call) {
+  const Row row = row_of(call);
+  if (call.args.attr.empty()) return print_row(call, row);
+  const tLumenHarbourAttr attr = attribute_of(call.command.table, call.args.attr);
   // Reading a record of zeros would announce a client.
   if (attr.value == LUMENHARBOUR_VALUE_RECORD) die(EXIT_USAGE, "use 'lumenharbourctl announce'");
-  const Reply<std::string> text = read_attribute(session.daemon, row, attr);
+  const Reply<std::string> text = read_attribute(call.daemon, row, attr);
   if (text.status == Status::none) die(EXIT_REFUSED, "cannot get " + describe(row, attr) + ": " + NOT_DIRECTOR);
-  check(session, text, "get " + describe(row, attr), &attr);
+  check(call, text, "get " + describe(row, attr), &attr);
   print_line(text.value);
 }
 
-void set(const Session& session) {
-  const tLumenHarbourAttr attr = attribute_of(session.command.table, session.args.attr);
-  const Value value = value_of(session.args, attr);
-  const Row row = row_of(session);
-  check_role(session, attr);
+void set(const Call& call) {
+  const tLumenHarbourAttr attr = attribute_of(call.command.table, call.args.attr);
+  const Value value = value_of(call.args, attr);
+  const Row row = row_of(call);
+  check_role(call, attr);
   const auto* const number = std::get_if<uint32>(&value);
-  const Result result = number != nullptr ? session.daemon.set_integer(row, attr.cmd, *number)
-                                          : session.daemon.set_octets(row, attr.cmd, std::get<std::string>(value));
-  check(session, result, "set " + describe(row, attr), &attr);
+  const Result result = number != nullptr ? call.daemon.set_integer(row, attr.cmd, *number)
+                                          : call.daemon.set_octets(row, attr.cmd, std::get<std::string>(value));
+  check(call, result, "set " + describe(row, attr), &attr);
 }
 
-void set_row_status(const Session& session) {
+void set_row_status(const Call& call) {
   constexpr const char* verbs[] = {"", "activate ", "create ", "deactivate ", "delete "};
-  const Row row = row_of(session);
-  const std::string attempt = verbs[session.command.row_status] + describe(row);
+  const Row row = row_of(call);
+  const std::string attempt = verbs[call.command.row_status] + describe(row);
   // The daemon would link a member once more, and a later deletion would take off only one of the two.
-  if (is_member_table(session.command.table) && session.command.row_status == LUMENHARBOUR_ROW_CREATE &&
-      session.daemon.get_integer(row, LUMENHARBOUR_GRPMAC_STATUS)) {
+  if (is_member_table(call.command.table) && call.command.row_status == LUMENHARBOUR_ROW_CREATE &&
+      call.daemon.get_integer(row, LUMENHARBOUR_GRPMAC_STATUS)) {
     die(EXIT_REFUSED, "cannot " + attempt + ": it is there already");
   }
   // The status is attribute 1 of every table.
-  check(session, session.daemon.set_integer(row, LUMENHARBOUR_CUSTOMGRP_STATUS, session.command.row_status), attempt);
+  check(call, call.daemon.set_integer(row, LUMENHARBOUR_CUSTOMGRP_STATUS, call.command.row_status), attempt);
 }
 
-void create_group(const Session& session) {
-  if (session.args.row != "auto") {
-    number_of(session.args.row, "group id");
-    return set_row_status(session);
+void create_group(const Call& call) {
+  if (call.args.row != "auto") {
+    number_of(call.args.row, "group id");
+    return set_row_status(call);
   }
-  const Reply<GroupRow> group = session.daemon.free_group();
+  const Reply<GroupRow> group = call.daemon.free_group();
   if (group.status == Status::none) die(EXIT_REFUSED, std::string("cannot create a group: ") + NOT_DIRECTOR);
-  check(session, group, "create a group");
-  check(session, session.daemon.set_integer(group.value, LUMENHARBOUR_CUSTOMGRP_STATUS, LUMENHARBOUR_ROW_CREATE),
+  check(call, group, "create a group");
+  check(call, call.daemon.set_integer(group.value, LUMENHARBOUR_CUSTOMGRP_STATUS, LUMENHARBOUR_ROW_CREATE),
         "create " + describe(group.value));
   print_line(std::to_string(group.value.id));
 }
 
-void find_group(const Session& session) {
-  print_line(std::to_string(group_named(session, session.args.row)));
+void find_group(const Call& call) {
+  print_line(std::to_string(group_named(call, call.args.row)));
 }
 
-void flush_clients(const Session& session) {
-  check(session, session.daemon.set_integer(GlobalRow{}, LUMENHARBOUR_GLB_DBFLUSH, 0), "flush the clients");
+void flush_clients(const Call& call) {
+  check(call, call.daemon.set_integer(GlobalRow{}, LUMENHARBOUR_GLB_DBFLUSH, 0), "flush the clients");
 }
 
-void list_attributes(const Session&) {
+void list_attributes(const Call&) {
   constexpr const char* access[] = {"-", "read", "write", "read, write"};
   constexpr const char* roles[] = {"any", "client", "director"};
   std::vector<Line> lines = {{"TABLE", "NAME", "NUMBER", "KIND", "ACCESS", "SET IN ROLE"}};
@@ -468,36 +468,36 @@ void list_attributes(const Session&) {
   print_columns(lines);
 }
 
-void announce(const Session& session) {
-  const tLumenHarbourClientInfo client = client_of(session.args);
-  const std::string attempt = (session.args.remove ? "delete client " : "announce ") + session.args.mac;
-  const Reply<FileNames> names = session.daemon.announce(client);
+void announce(const Call& call) {
+  const tLumenHarbourClientInfo client = client_of(call.args);
+  const std::string attempt = (call.args.remove ? "delete client " : "announce ") + call.args.mac;
+  const Reply<FileNames> names = call.daemon.announce(client);
   // A deletion is answered alike in every role.
-  const bool is_unheard = names.status == Status::none || (names && session.args.remove && !is_director(session));
+  const bool is_unheard = names.status == Status::none || (names && call.args.remove && !is_director(call));
   if (is_unheard) die(EXIT_REFUSED, "cannot " + attempt + ": " + NOT_DIRECTOR);
-  check(session, names, attempt);
-  if (session.args.remove) return;
+  check(call, names, attempt);
+  if (call.args.remove) return;
   const auto shown = [](const std::string& name) { return name.empty() ? std::string("(none)") : name; };
   print_line("imagelist: " + shown(names.value.imagelist));
   print_line("config: " + shown(names.value.config));
 }
 
 template <typename R>
-void list(const Session& session) {
-  const tLumenHarbourTable table = session.command.table;
+void list(const Call& call) {
+  const tLumenHarbourTable table = call.command.table;
   std::vector<Line> lines = {heading(table)};
-  for (const R& row : walk<R>(session)) {
+  for (const R& row : walk<R>(call)) {
     Line line = key_of(row);
-    if (read_row(session, row, &line)) lines.push_back(std::move(line));
+    if (read_row(call, row, &line)) lines.push_back(std::move(line));
   }
   if (lines.size() > 1) return print_columns(lines);
-  note(std::string("there are no ") + TABLES[table].rows + role_advice(session));
+  note(std::string("there are no ") + TABLES[table].rows + role_advice(call));
 }
 
-template void list<GroupRow>(const Session& session);
-template void list<MacMemberRow>(const Session& session);
-template void list<PidMemberRow>(const Session& session);
-template void list<BuiltinRow>(const Session& session);
-template void list<ClientRow>(const Session& session);
+template void list<GroupRow>(const Call& call);
+template void list<MacMemberRow>(const Call& call);
+template void list<PidMemberRow>(const Call& call);
+template void list<BuiltinRow>(const Call& call);
+template void list<ClientRow>(const Call& call);
 
 }  // namespace lumenharbour::ctl

@@ -38,7 +38,7 @@ struct Arguments {
   bool remove = false;                            ///< announced client: forget it
 };
 
-struct Session;
+struct Call;
 
 /// An argument of a command.
 struct Argument {
@@ -54,13 +54,13 @@ struct Command {
   std::string_view path;  ///< its words, from the top
   const char* help;
   std::initializer_list<Argument> arguments = {};
-  void (*run)(const Session& session) = nullptr;
+  void (*run)(const Call& call) = nullptr;
   tLumenHarbourTable table = LUMENHARBOUR_TABLE_GLOBAL;  ///< the table it is about
   uint32 row_status = 0;                                 ///< the status that `set_row_status` sets
 };
 
 /// A command at work.
-struct Session {
+struct Call {
   const Daemon daemon;
   const Arguments& args;
   const Command& command;
@@ -75,17 +75,17 @@ bool is_close(std::string_view word, std::string_view candidate);
 /// @return what an attribute's values are, in two words.
 const char* kind_name(tLumenHarbourValue value);
 
-void get(const Session& session);              ///< prints one attribute of a row, or all of them
-void set(const Session& session);              ///< sets one attribute of a row
-void set_row_status(const Session& session);   ///< sets the row status `Command::row_status`
-void create_group(const Session& session);     ///< as `set_row_status`; the id "auto" takes and prints a free one
-void find_group(const Session& session);       ///< prints the id of a group
-void flush_clients(const Session& session);    ///< has every client forgotten
-void list_attributes(const Session& session);  ///< lists every attribute of every table
-void announce(const Session& session);         ///< announces a client and prints what it is to fetch
+void get(const Call& call);              ///< prints one attribute of a row, or all of them
+void set(const Call& call);              ///< sets one attribute of a row
+void set_row_status(const Call& call);   ///< sets the row status `Command::row_status`
+void create_group(const Call& call);     ///< as `set_row_status`; the id "auto" takes and prints a free one
+void find_group(const Call& call);       ///< prints the id of a group
+void flush_clients(const Call& call);    ///< has every client forgotten
+void list_attributes(const Call& call);  ///< lists every attribute of every table
+void announce(const Call& call);         ///< announces a client and prints what it is to fetch
 
 /// Lists a table as aligned columns; a note on standard error says that it is empty. For every row type but the global.
 template <typename R>
-void list(const Session& session);
+void list(const Call& call);
 
 }  // namespace lumenharbour::ctl
