@@ -399,6 +399,18 @@ const char* kind_name(tLumenHarbourValue value) {
   return names[value];
 }
 
+std::vector<std::vector<std::string>> attribute_lines() {
+  constexpr const char* access[] = {"-", "read", "write", "read, write"};
+  constexpr const char* roles[] = {"any", "client", "director"};
+  std::vector<Line> lines = {{"TABLE", "NAME", "NUMBER", "KIND", "ACCESS", "SET IN ROLE"}};
+  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
+    const bool is_set = (attr.access & LUMENHARBOUR_ATTR_SET) != 0;
+    lines.push_back({TABLES[attr.table].name, std::string(attr.name), std::to_string(attr.cmd), kind_name(attr.value),
+                     access[attr.access], is_set ? roles[attr.guard] : ""});
+  }
+  return lines;
+}
+
 void get(const Call& call) {
   const Row row = row_of(call);
   if (call.args.attr.empty()) return print_row(call, row);
@@ -457,15 +469,7 @@ void flush_clients(const Call& call) {
 }
 
 void list_attributes(const Call&) {
-  constexpr const char* access[] = {"-", "read", "write", "read, write"};
-  constexpr const char* roles[] = {"any", "client", "director"};
-  std::vector<Line> lines = {{"TABLE", "NAME", "NUMBER", "KIND", "ACCESS", "SET IN ROLE"}};
-  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
-    const bool is_set = (attr.access & LUMENHARBOUR_ATTR_SET) != 0;
-    lines.push_back({TABLES[attr.table].name, std::string(attr.name), std::to_string(attr.cmd), kind_name(attr.value),
-                     access[attr.access], is_set ? roles[attr.guard] : ""});
-  }
-  print_columns(lines);
+  print_columns(attribute_lines());
 }
 
 void announce(const Call& call) {

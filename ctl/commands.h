@@ -7,6 +7,7 @@
 #include <initializer_list>
 #include <string>
 #include <string_view>
+#include <vector>
 
 #include "format.h"
 #include "lumenharbour_mgmt.h"
@@ -46,7 +47,8 @@ struct Argument {
   std::string Arguments::*field;
   bool required;
   const char* help;
-  const char* type = "";  ///< option: what help calls its value
+  const char* type = "";            ///< option: what help calls its value
+  bool Arguments::*flag = nullptr;  ///< option without a value: what it sets; `field` is null then
 };
 
 /// A command, or a family of commands when `run` is null.
@@ -74,6 +76,12 @@ bool is_close(std::string_view word, std::string_view candidate);
 
 /// @return what an attribute's values are, in two words.
 const char* kind_name(tLumenHarbourValue value);
+
+/// Where a text stands in a line of `attribute_lines`.
+enum Column : std::size_t { COLUMN_TABLE, COLUMN_NAME, COLUMN_NUMBER, COLUMN_KIND, COLUMN_ACCESS, COLUMN_ROLE };
+
+/// @return every attribute of every table in words, below a line of headings. The role is empty where nothing is set.
+std::vector<std::vector<std::string>> attribute_lines();
 
 void get(const Call& call);              ///< prints one attribute of a row, or all of them
 void set(const Call& call);              ///< sets one attribute of a row

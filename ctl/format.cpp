@@ -220,6 +220,12 @@ std::string format_value(const tLumenHarbourAttr& attr, const Value& value) {
   return format_mac(mac);
 }
 
+std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr) {
+  std::vector<std::string_view> words;
+  for (const Word& word : words_of(attr)) words.push_back(word.set);
+  return words;
+}
+
 std::string expected_value(const tLumenHarbourAttr& attr) {
   const std::span<const Word> words = words_of(attr);
   if (!words.empty()) {

@@ -8,6 +8,7 @@
 #include <string>
 #include <string_view>
 #include <variant>
+#include <vector>
 
 #include "lumenharbour_mgmt.h"
 
@@ -44,6 +45,9 @@ std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view
 /// Control
 ///         characters in a name, which may come from the network, read as "\x1b".
 std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
+
+/// @return the words that an attribute takes in place of numbers; none where it takes no word.
+std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr);
 
 /// @return what an attribute takes, in words that follow "expected", such as "a number from 0 to 3".
 std::string expected_value(const tLumenHarbourAttr& attr);
