@@ -32,15 +32,18 @@ int truth_answer(void* var, bool on) {
 }
 
 /// Copies an octet string into a text field that keeps its last byte 0, and lowers the caller's length to what fitted.
-void text_set(char* field, uint32 size, octetstring* value) {
+template <uint32 size>
+int text_set(char (&field)[size], octetstring* value) {
   value->len = std::min(value->len, size - 1);
   memset(field, 0, size);
   memcpy(field, value->pBuf, value->len);
+  return 0;
 }
 
 /// Copies a text field without its terminator. The room asked for is that of the longest text, whatever the field
 /// holds.
-int text_get(const char* field, uint32 size, octetstring* value) {
+template <uint32 size>
+int text_get(const char (&field)[size], octetstring* value) {
   if (value->len < size - 1) return ERR_ZOR_BUFSHORT;
   value->len = static_cast<uint32>(strnlen(field, size - 1));
   memcpy(value->pBuf, field, value->len);
@@ -148,7 +151,7 @@ int set_default_config_type(void* var) {
 int set_default_image_name(void* var) {
   tLumenHarbourInfo& info = gLumenHarbourInfo;
   octetstring* value = octets_of(var);
-  text_set(info.default_image_name, sizeof(info.default_image_name), value);
+  text_set(info.default_image_name, value);
   if (value->len == 0) {
     lumenharbour_imagelist_file_remove(info.default_imagelist_name);
     return 0;
@@ -161,8 +164,7 @@ int set_default_image_name(void* var) {
 /// The default imagelist names no configuration, so it stays as it is.
 int set_default_config_name(void* var) {
   tLumenHarbourInfo& info = gLumenHarbourInfo;
-  text_set(info.default_config_name, sizeof(info.default_config_name), octets_of(var));
-  return 0;
+  return text_set(info.default_config_name, octets_of(var));
 }
 
 int set_database_flush(void*) {
@@ -281,7 +283,7 @@ int get_default_config_type(void* var) {
 
 template <char (tLumenHarbourInfo::*field)[LUMENHARBOUR_FILENAME_SIZE]>
 int get_name(void* var) {
-  return text_get(gLumenHarbourInfo.*field, LUMENHARBOUR_FILENAME_SIZE, octets_of(var));
+  return text_get(gLumenHarbourInfo.*field, octets_of(var));
 }
 
 template <uint32 tLumenHarbourInfo::*field>
@@ -428,6 +430,12 @@ tLumenHarbourGrpEntry* custom_grp_after(const tLumenHarbourGrpEntry* p_grp) {
   return custom_grp_find(static_cast<uint64>(p_grp - gLumenHarbourInfo.custom_grp_tbl) + 1);
 }
 
+/// A location kind is kept as it comes, in its low byte; only 1, local, has a meaning.
+int location_set(uint8& field, const void* var) {
+  field = static_cast<uint8>(integer_of(var));
+  return 0;
+}
+
 /// Marks a group just added. @return 0, or the bare ENOMEM when the store had no record.
 int grp_created(tLumenHarbourGrpEntry* p_grp) {
   if (p_grp == nullptr) return ERR_BARE_NOMEM;
@@ -470,8 +478,7 @@ int custom_grp_name_set(tLumenHarbourGrpEntry* p_grp, octetstring* name) {
   if (other != nullptr && other->id != p_grp->id) return ERR_ZOR_EXISTS;
   LUMENHARBOUR_DEBUG("[LumenHarbour] Group name: name %s, len %d.\r\n", tOctetText(name).text,
                      static_cast<int>(name->len));
-  text_set(p_grp->name, sizeof(p_grp->name), name);
-  return 0;
+  return text_set(p_grp->name, name);
 }
 
 int custom_grp_set(tLumenHarbourGrpEntry* p_grp, uint32 grp_id, uint32 cmd, void* var) {
@@ -489,21 +496,17 @@ int custom_grp_set(tLumenHarbourGrpEntry* p_grp, uint32 grp_id, uint32 cmd, void
       p_grp->custom_type = static_cast<uint8>(integer_of(var));
       return 0;
     case LUMENHARBOUR_CUSTOMGRP_IMAGETYPE:
-      p_grp->imagefile_is_local = static_cast<uint8>(integer_of(var));
-      return 0;
+      return location_set(p_grp->imagefile_is_local, var);
     case LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE:
-      p_grp->configfile_is_local = static_cast<uint8>(integer_of(var));
-      return 0;
+      return location_set(p_grp->configfile_is_local, var);
     case LUMENHARBOUR_CUSTOMGRP_IMAGENAME:
       LUMENHARBOUR_DEBUG("[LumenHarbour] Imagelist name: len %d, name %s.\r\n", static_cast<int>(octets_of(var)->len),
                          tOctetText(octets_of(var)).text);
-      text_set(p_grp->image_file_name, sizeof(p_grp->image_file_name), octets_of(var));
-      return 0;
+      return text_set(p_grp->image_file_name, octets_of(var));
     case LUMENHARBOUR_CUSTOMGRP_CONFIGNAME:
       LUMENHARBOUR_DEBUG("[LumenHarbour] Configfile name: len %d, name %s.\r\n", static_cast<int>(octets_of(var)->len),
                          tOctetText(octets_of(var)).text);
-      text_set(p_grp->config_file_name, sizeof(p_grp->config_file_name), octets_of(var));
-      return 0;
+      return text_set(p_grp->config_file_name, octets_of(var));
     default:
       return ERR_ZOR_UNSUPPORTED;
   }
@@ -519,7 +522,7 @@ int custom_grp_get(const tLumenHarbourGrpEntry* p_grp, uint32 cmd, void* var) {
     case LUMENHARBOUR_CUSTOMGRP_STATUS:
       return integer_answer(var, p_grp->status);
     case LUMENHARBOUR_CUSTOMGRP_NAME:
-      return text_get(p_grp->name, sizeof(p_grp->name), octets_of(var));
+      return text_get(p_grp->name, octets_of(var));
     case LUMENHARBOUR_CUSTOMGRP_TYPE:
       return integer_answer(var, p_grp->custom_type);
     case LUMENHARBOUR_CUSTOMGRP_IMAGETYPE:
@@ -527,9 +530,9 @@ int custom_grp_get(const tLumenHarbourGrpEntry* p_grp, uint32 cmd, void* var) {
     case LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE:
       return integer_answer(var, p_grp->configfile_is_local);
     case LUMENHARBOUR_CUSTOMGRP_IMAGENAME:
-      return text_get(p_grp->image_file_name, sizeof(p_grp->image_file_name), octets_of(var));
+      return text_get(p_grp->image_file_name, octets_of(var));
     case LUMENHARBOUR_CUSTOMGRP_CONFIGNAME:
-      return text_get(p_grp->config_file_name, sizeof(p_grp->config_file_name), octets_of(var));
+      return text_get(p_grp->config_file_name, octets_of(var));
     default:
       return ERR_ZOR_UNSUPPORTED;
   }
@@ -632,8 +635,7 @@ struct tPidMembers {
 };
 
 /// @return whether a member in front of `p_node` in its group has the key `index` too. The key is answered there; a
-/// walk
-///         that answered it again here would go round for ever.
+///         walk that answered it again here would go round for ever.
 template <typename TMembers>
 bool member_repeats(tLumenHarbourGrpEntry* p_grp, const list_head* p_node, const typename TMembers::tIndex& index) {
   for (list_head* node = p_grp->config_tbl.next; node != p_node; node = node->next)
@@ -811,17 +813,13 @@ int builtin_grp_set(tLumenHarbourGrpEntry* p_grp, uint32 pid, uint32 cmd, void* 
   if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
   switch (cmd) {
     case LUMENHARBOUR_BUILTINGRP_IMAGETYPE:
-      p_grp->imagefile_is_local = static_cast<uint8>(integer_of(var));
-      return 0;
+      return location_set(p_grp->imagefile_is_local, var);
     case LUMENHARBOUR_BUILTINGRP_CONFIGTYPE:
-      p_grp->configfile_is_local = static_cast<uint8>(integer_of(var));
-      return 0;
+      return location_set(p_grp->configfile_is_local, var);
     case LUMENHARBOUR_BUILTINGRP_IMAGENAME:
-      text_set(p_grp->image_file_name, sizeof(p_grp->image_file_name), octets_of(var));
-      return 0;
+      return text_set(p_grp->image_file_name, octets_of(var));
     case LUMENHARBOUR_BUILTINGRP_CONFIGNAME:
-      text_set(p_grp->config_file_name, sizeof(p_grp->config_file_name), octets_of(var));
-      return 0;
+      return text_set(p_grp->config_file_name, octets_of(var));
     default:
       return ERR_ZOR_UNSUPPORTED;
   }
@@ -838,9 +836,9 @@ int builtin_grp_get(const tLumenHarbourGrpEntry* p_grp, uint32 cmd, void* var) {
     case LUMENHARBOUR_BUILTINGRP_CONFIGTYPE:
       return integer_answer(var, p_grp->configfile_is_local);
     case LUMENHARBOUR_BUILTINGRP_IMAGENAME:
-      return text_get(p_grp->image_file_name, sizeof(p_grp->image_file_name), octets_of(var));
+      return text_get(p_grp->image_file_name, octets_of(var));
     case LUMENHARBOUR_BUILTINGRP_CONFIGNAME:
-      return text_get(p_grp->config_file_name, sizeof(p_grp->config_file_name), octets_of(var));
+      return text_get(p_grp->config_file_name, octets_of(var));
     default:
       return ERR_ZOR_UNSUPPORTED;
   }
