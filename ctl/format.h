@@ -42,8 +42,7 @@ std::string format_vlans(std::string_view bitmap);
 std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view text);
 
 /// @return an attribute's value as `parse_value` takes it. A row status reads "active", where "activate" is set.
-/// Control
-///         characters in a name, which may come from the network, read as "\x1b".
+///         Control characters in a name, which may come from the network, read as "\x1b".
 std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
 
 /// @return the words that an attribute takes in place of numbers; none where it takes no word.

@@ -268,8 +268,7 @@ void lumenharbour_director_timeout();
 /// client that falls to a built-in group ends the process with SIGSEGV after `p_grp` is stored.
 ///
 /// @param[in,out] p_client  record in use; null does nothing. On return `p_grp` is the group, or null for the
-/// director's
-///                          defaults.
+///                          director's defaults.
 void lumenharbour_client_grp_lookup(tLumenHarbourClientEntry* p_client);
 
 /// Takes a client's announcement: adds, refreshes or deletes it, and hands back the names of its files.
@@ -375,9 +374,10 @@ int32 lumenharbour_get_file(const char* p_remotefile, uint32 len, uint32 file_ty
 int32 lumenharbour_get_file_by_tftp(const char* p_remotefile, uint32 name_len, const char* p_localfile,
                                     uint32* p_rcvbytes, int32* p_status);
 
-/// Fetches one file with the switch's `ftpget` command. @param[in] p_remotepath directory, with its last slash, or
-/// empty
-/// @param[in] p_remotename name in it. The rest is as for `lumenharbour_get_file_by_tftp`.
+/// Fetches one file with the switch's `ftpget` command; the rest is as for `lumenharbour_get_file_by_tftp`.
+///
+/// @param[in] p_remotepath  directory with its last slash, or empty
+/// @param[in] p_remotename  name in it
 int32 lumenharbour_get_file_by_ftp(const char* p_remotepath, const char* p_remotename, const char* p_localfile,
                                    uint32* p_rcvbytes, int32* p_status);
 

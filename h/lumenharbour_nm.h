@@ -347,8 +347,7 @@ int lumenharbourSetApi(void* p_index, unsigned int cmd, void* var);
 /// even where the announcement fails, which shows in the lengths alone.
 ///
 /// @return 0; `ERR_ZOR_UNSUPPORTED` for an attribute that cannot be read; `ERR_ZOR_BUFSHORT` for a name buffer below
-/// 255
-///         bytes or a callback record of other than 548; `ERR_BARE_NOMEM` when no custom group id is free
+///         255 bytes or a callback record of other than 548; `ERR_BARE_NOMEM` when no custom group id is free
 int lumenharbourGetApi(void* p_index, unsigned int cmd, void* var);
 
 /// Finds the custom group with the lowest id. @param[out] p_index its id. @return 0, or -1 when there is none.

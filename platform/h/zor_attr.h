@@ -47,8 +47,7 @@ struct tPhyIfInfo {
 /// @param[in]     unit   member of the stack, 0 for this switch
 /// @param[in]     attr   `SYS_MAC_ADDRESS` or `SYS_READ_CONFIG`
 /// @param[in,out] value  `SYS_MAC_ADDRESS`: room for 6 bytes, `len` 6. `SYS_READ_CONFIG`: the path of the file to
-/// write,
-///                       not terminated; no file is left there when no configuration is saved
+///                       write, not terminated; no file is left there when no configuration is saved
 /// @return 0, or -1 when the attribute is unknown or cannot be read
 int zorScalarGetApi(uint32 unit, uint32 attr, octetstring* value);
 
