@@ -1,10 +1,12 @@
 // Sends the same requests to the daemon and to the bare server in alternating rounds, and prints the median rates and
 // the median of the rounds' ratios. Usage: load get|announce DAEMON-SOCKET BARE-SOCKET
+// With a number in place of the bare server it announces so many clients, once each, and prints nothing.
 
 #include <algorithm>
 #include <array>
 #include <chrono>
 #include <cstdio>
+#include <cstdlib>
 #include <cstring>
 #include <functional>
 
@@ -27,15 +29,13 @@ bool get_state(const Daemon& server, uint32 expected) {
   return reply && reply.value == expected;
 }
 
-auto announce(const Daemon& server, uint32 n) {
-  const auto client = static_cast<uint8>(n % CLIENTS);
+auto announce(const Daemon& server, uint32 client) {
   tLumenHarbourClientInfo info{};
-  info.ip[0] = 192;
-  info.ip[2] = 2;
-  info.ip[3] = client;
-  info.pid = 7;
+  info.ip[0] = 10;
+  info.ip[2] = info.mac[4] = static_cast<uint8>(client / 256);
+  info.ip[3] = info.mac[5] = static_cast<uint8>(client % 256);
   info.mac[0] = 2;
-  info.mac[5] = client;
+  info.pid = 7;
   info.op = 1;
   return server.announce(info);
 }
@@ -58,18 +58,25 @@ double median(std::array<double, ROUNDS> figures) {
 int main(int argc, char** argv) {
   const bool is_get = argc == 4 && strcmp(argv[1], "get") == 0;
   if (argc != 4 || (!is_get && strcmp(argv[1], "announce") != 0)) {
-    fputs("usage: load get|announce DAEMON-SOCKET BARE-SOCKET\n", stderr);
+    fputs("usage: load get|announce DAEMON-SOCKET BARE-SOCKET|CLIENTS\n", stderr);
     return 2;
   }
   // The bare server hands every request back as it came: a state of 0, and an announcement that nobody answered.
   const Daemon daemon({argv[2]});
   const Daemon bare({argv[3]});
+  if (const uint32 clients = static_cast<uint32>(strtoul(argv[3], nullptr, 10)); clients > 0) {
+    for (uint32 n = 0; n < clients; n++)
+      if (!announce(daemon, n)) return 1;
+    return 0;
+  }
   const Send to_daemon = [&](uint32 n) {
     if (is_get) return get_state(daemon, LUMENHARBOUR_ON);
-    const auto reply = announce(daemon, n);
+    const auto reply = announce(daemon, n % CLIENTS);
     return reply && !reply.value.imagelist.empty() && !reply.value.config.empty();
   };
-  const Send to_bare = [&](uint32 n) { return is_get ? get_state(bare, 0) : announce(bare, n).status == Status::none; };
+  const Send to_bare = [&](uint32 n) {
+    return is_get ? get_state(bare, 0) : announce(bare, n % CLIENTS).status == Status::none;
+  };
 
   std::array<double, ROUNDS> daemon_rates{};
   std::array<double, ROUNDS> bare_rates{};

@@ -1,110 +1,293 @@
 #include "command_table.h"
 
+#include "complete.h"
 #include "generate.h"
 
 namespace lumenharbour::ctl {
 namespace {
 
-constexpr Argument GROUP = {"GROUP", &Arguments::row, true, "group id or name"};
-constexpr Argument PID = {"PID", &Arguments::row, true, "product id of the built-in group"};
-constexpr Argument INDEX = {"INDEX", &Arguments::row, true, "client index, as 'client list' shows it"};
-constexpr Argument MEMBER_MAC = {"MAC", &Arguments::member, true, "MAC address, such as 00:1b:21:0a:0b:0c"};
-constexpr Argument MEMBER_PID = {"PID", &Arguments::member, true, "product id"};
-constexpr Argument ATTR = {"ATTR", &Arguments::attr, true, "attribute name or number"};
-constexpr Argument ATTR_OR_ALL = {"ATTR", &Arguments::attr, false, "attribute name or number; left out: all"};
-constexpr Argument VALUE = {"VALUE", &Arguments::value, false, "new value; left out where none is taken"};
+constexpr std::string_view AUTO[] = {"auto"};
+constexpr std::string_view NONE[] = {"none"};
+constexpr std::string_view GROUP_TYPES[] = {"mac", "pid"};
+constexpr std::string_view FORMATS[] = {"plain", "json"};
+constexpr std::string_view SHOW[] = {"show"};
 
+constexpr Argument GROUP = {"GROUP", &Arguments::row, true, "group id or name", "", Hint::group};
+constexpr Argument GROUP_OR_ALL = {"GROUP", &Arguments::row, false, "group id or name; left out: all", "", Hint::group};
+constexpr Argument PID = {"PID", &Arguments::row, true, "product id of the built-in group", "", Hint::builtin};
+constexpr Argument NEW_PID = {"PID", &Arguments::row, true, "product id"};
+constexpr Argument PID_OR_ALL = {"PID", &Arguments::row, false, "product id; left out: all", "", Hint::builtin};
+constexpr Argument CLIENT = {"CLIENT", &Arguments::row, true, "client index or MAC address", "", Hint::client};
+constexpr Argument CLIENT_OR_ALL = {"CLIENT", &Arguments::row, false, "client index or MAC address; left out: all",
+                                    "",       Hint::client};
+constexpr Argument MEMBERS = {"MEMBER", &Arguments::members, true,
+                              "MAC addresses, or product ids, as the group's type"};
+constexpr Argument ATTR = {"ATTR", &Arguments::attr, true, "attribute name or number", "", Hint::attribute};
+constexpr Argument ATTR_OR_ALL = {"ATTR", &Arguments::attr, false, "attribute name or number; left out: all",
+                                  "",     Hint::attribute};
+constexpr Argument VALUE = {"VALUE", &Arguments::value, false, "new value; left out where none is taken",
+                            "",      Hint::value};
+constexpr Argument IMAGE = {"--image", &Arguments::image, false, "image file", "FILE"};
+constexpr Argument CONFIG = {"--config", &Arguments::config, false, "configuration file", "FILE"};
+constexpr Argument ACTIVATE_TOO = {"--activate", &Arguments::activate, false, "write its imagelist file too"};
+constexpr Argument NAME = {"NAME", &Arguments::value, true, "file name; '' for none"};
+constexpr Argument YES_NO = {"YES|NO", &Arguments::value, true, "yes: it is named by its full path", "", Hint::value};
+constexpr Argument ON_OFF = {"ON|OFF", &Arguments::value, true, "on or off", "", Hint::value};
+constexpr Argument VLANS = {"LIST", &Arguments::value, true, "VLAN ids and ranges, such as 1,5,100-120"};
+constexpr Argument AFTER = {"--after", &Arguments::after, true, "seconds until the reload, or off for none",
+                            "SECONDS|off"};
+
+constexpr tLumenHarbourTable GLB = LUMENHARBOUR_TABLE_GLOBAL;
 constexpr tLumenHarbourTable GRP = LUMENHARBOUR_TABLE_CUSTOMGRP;
-constexpr tLumenHarbourTable MACS = LUMENHARBOUR_TABLE_CUSTOMGRPMAC;
-constexpr tLumenHarbourTable PIDS = LUMENHARBOUR_TABLE_CUSTOMGRPPID;
-constexpr tLumenHarbourTable BUILTIN = LUMENHARBOUR_TABLE_BUILTINGRP;
-constexpr tLumenHarbourTable CLIENT = LUMENHARBOUR_TABLE_CLIENT;
+constexpr tLumenHarbourTable BLT = LUMENHARBOUR_TABLE_BUILTINGRP;
+constexpr tLumenHarbourTable CLI = LUMENHARBOUR_TABLE_CLIENT;
 
-constexpr uint32 ACTIVATE = LUMENHARBOUR_ROW_ACTIVE;
-constexpr uint32 CREATE = LUMENHARBOUR_ROW_CREATE;
-constexpr uint32 DEACTIVATE = LUMENHARBOUR_ROW_INACTIVE;
-constexpr uint32 DESTROY = LUMENHARBOUR_ROW_DESTROY;
+/// The status is attribute 1 of every table of rows.
+constexpr uint32 STATUS = LUMENHARBOUR_CUSTOMGRP_STATUS;
+static_assert(STATUS == LUMENHARBOUR_BUILTINGRP_STATUS && STATUS == LUMENHARBOUR_CLIENT_STATUS);
+
+constexpr bool CHANGES = true;
+constexpr bool READS = false;
 
 constexpr Command COMMAND_TABLE[] = {
-    {"get", "Print a global attribute, or all of them", {ATTR_OR_ALL}, get},
-    {"set", "Set a global attribute", {ATTR, VALUE}, set},
-    {"attributes", "List every attribute of every table", {}, list_attributes},
+    {"show", "Show what the daemon does, and how full it is", {}, show},
+    {"show group", "Show the custom groups, or one with its members", {GROUP_OR_ALL}, show_groups, READS, GRP},
+    {"show builtin", "Show the built-in groups, or one", {PID_OR_ALL}, show_builtins, READS, BLT},
+    {"show client", "Show the clients that the director has seen, or one", {CLIENT_OR_ALL}, show_clients, READS, CLI},
+    {"show vlan", "Show the management VLANs and the DHCP client's VLAN", {}, show_vlans},
 
-    {"group", "Custom groups: which image and configuration their members run", {}},
-    {"group list", "List the custom groups", {}, list<GroupRow>, GRP},
-    {"group get", "Print an attribute of a group, or all of them", {GROUP, ATTR_OR_ALL}, get, GRP},
-    {"group set", "Set an attribute of a group", {GROUP, ATTR, VALUE}, set, GRP},
-    {"group create",
-     "Create a group",
-     {{"ID", &Arguments::row, true, "id from 0 to group-max - 1, or auto for the lowest free one, which is printed"}},
-     create_group,
-     GRP,
-     CREATE},
-    {"group activate", "Write a group's imagelist file", {GROUP}, set_row_status, GRP, ACTIVATE},
-    {"group deactivate", "Remove a group's imagelist file", {GROUP}, set_row_status, GRP, DEACTIVATE},
-    {"group delete", "Delete a group and its members", {GROUP}, set_row_status, GRP, DESTROY},
-    {"group find",
-     "Print the id of the group that has a name",
-     {{"NAME", &Arguments::row, true, "group name"}},
-     find_group,
+    {"service", "The provisioning service of this switch"},
+    {"service start",
+     "Start the service, in the client role",
+     {},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_STATE,
+     LUMENHARBOUR_ON},
+    {"service stop",
+     "Stop the service; a director forgets its groups",
+     {},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_STATE,
+     LUMENHARBOUR_OFF},
+
+    {"director", "Which switch is the director"},
+    {"director address",
+     "Set the director's address: the switch that has it becomes the director",
+     {{"ADDRESS", &Arguments::value, true, "IPv4 address, or none", "", Hint::words, NONE}},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DIRECTORIP},
+    {"director start", "Become the director", {}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DIRECTORSTATE, LUMENHARBOUR_ON},
+    {"director stop",
+     "Become a client again; groups and clients are forgotten",
+     {},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DIRECTORSTATE,
+     LUMENHARBOUR_OFF},
+    {"director type",
+     "Set the type of the director's address, which 'director start' wants above 0",
+     {{"TYPE", &Arguments::value, true, "number from 0 to 15; 1 is IPv4"}},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DIRECTORIPTYPE},
+
+    {"debug", "Switch the daemon's messages on or off", {ON_OFF}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DEBUG},
+    {"notify",
+     "Say whether the DHCP client is told of failed attempts, in the client role",
+     {ON_OFF},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_CLIENTNOTIFY},
+
+    {"default", "What a client gets that no group serves"},
+    {"default image", "Set the default image", {NAME}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DEFAULTIMAGENAME},
+    {"default config", "Set the default configuration", {NAME}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DEFAULTCONFIGNAME},
+    {"default image-local",
+     "Say whether the default image is local",
+     {YES_NO},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DEFAULTIMAGETYPE},
+    {"default config-local",
+     "Say whether the default configuration is local",
+     {YES_NO},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE},
+
+    {"group", "Custom groups: which image and configuration their members run"},
+    {"group add",
+     "Add a group",
+     {{"ID", &Arguments::row, true, "id from 0 to group-max - 1, or auto for the lowest free one, which is printed", "",
+       Hint::words, AUTO},
+      {"NAME", &Arguments::name, true, "name, of which the imagelist file takes its own"},
+      {"--type", &Arguments::type, true, "what its members are: mac or pid", "TYPE", Hint::words, GROUP_TYPES},
+      IMAGE,
+      CONFIG,
+      ACTIVATE_TOO},
+     add_group,
+     CHANGES,
      GRP},
-
-    {"member", "Members of the custom groups", {}},
-    {"member mac", "MAC addresses in groups of type mac", {}},
-    {"member mac list", "List the MAC members of all groups", {}, list<MacMemberRow>, MACS},
-    {"member mac add", "Add a MAC address to a group", {GROUP, MEMBER_MAC}, set_row_status, MACS, CREATE},
-    {"member mac del", "Delete a MAC address from a group", {GROUP, MEMBER_MAC}, set_row_status, MACS, DESTROY},
-    {"member mac get", "Print a MAC member's status", {GROUP, MEMBER_MAC, ATTR_OR_ALL}, get, MACS},
-    {"member mac set",
-     "Set a MAC member's status, as the daemon takes it",
-     {GROUP, MEMBER_MAC, ATTR, VALUE},
+    {"group get", "Print an attribute of a group, or all of them", {GROUP, ATTR_OR_ALL}, get, READS, GRP},
+    {"group set", "Set an attribute of a group", {GROUP, ATTR, VALUE}, set, CHANGES, GRP},
+    {"group activate", "Write a group's imagelist file", {GROUP}, set, CHANGES, GRP, STATUS, LUMENHARBOUR_ROW_ACTIVE},
+    {"group deactivate",
+     "Remove a group's imagelist file",
+     {GROUP},
      set,
-     MACS},
-    {"member pid", "Product ids in groups of type pid", {}},
-    {"member pid list", "List the product-id members of all groups", {}, list<PidMemberRow>, PIDS},
-    {"member pid add", "Add a product id to a group", {GROUP, MEMBER_PID}, set_row_status, PIDS, CREATE},
-    {"member pid del", "Delete a product id from a group", {GROUP, MEMBER_PID}, set_row_status, PIDS, DESTROY},
-    {"member pid get", "Print a product-id member's status", {GROUP, MEMBER_PID, ATTR_OR_ALL}, get, PIDS},
-    {"member pid set",
-     "Set a product-id member's status, as the daemon takes it",
-     {GROUP, MEMBER_PID, ATTR, VALUE},
+     CHANGES,
+     GRP,
+     STATUS,
+     LUMENHARBOUR_ROW_INACTIVE},
+    {"group delete", "Delete a group and its members", {GROUP}, set, CHANGES, GRP, STATUS, LUMENHARBOUR_ROW_DESTROY},
+    {"group member", "Members of the custom groups"},
+    {"group member add",
+     "Add members to a group",
+     {GROUP, MEMBERS},
+     set_members,
+     CHANGES,
+     GRP,
+     STATUS,
+     LUMENHARBOUR_ROW_CREATE},
+    {"group member del",
+     "Delete members from a group",
+     {GROUP, MEMBERS},
+     set_members,
+     CHANGES,
+     GRP,
+     STATUS,
+     LUMENHARBOUR_ROW_DESTROY},
+
+    {"builtin", "Built-in groups, one for a product id: they serve whom no custom group does"},
+    {"builtin add", "Add a built-in group", {NEW_PID, IMAGE, CONFIG, ACTIVATE_TOO}, add_builtin, CHANGES, BLT},
+    {"builtin get", "Print an attribute of a built-in group, or all of them", {PID, ATTR_OR_ALL}, get, READS, BLT},
+    {"builtin set", "Set an attribute of a built-in group", {PID, ATTR, VALUE}, set, CHANGES, BLT},
+    {"builtin activate",
+     "Write a built-in group's imagelist file",
+     {PID},
      set,
-     PIDS},
+     CHANGES,
+     BLT,
+     STATUS,
+     LUMENHARBOUR_ROW_ACTIVE},
+    {"builtin deactivate",
+     "Remove a built-in group's imagelist file",
+     {PID},
+     set,
+     CHANGES,
+     BLT,
+     STATUS,
+     LUMENHARBOUR_ROW_INACTIVE},
+    {"builtin delete", "Delete a built-in group", {PID}, set, CHANGES, BLT, STATUS, LUMENHARBOUR_ROW_DESTROY},
 
-    {"builtin", "Built-in groups, one for a product id: they serve whom no custom group does", {}},
-    {"builtin list", "List the built-in groups", {}, list<BuiltinRow>, BUILTIN},
-    {"builtin get", "Print an attribute of a built-in group, or all of them", {PID, ATTR_OR_ALL}, get, BUILTIN},
-    {"builtin set", "Set an attribute of a built-in group", {PID, ATTR, VALUE}, set, BUILTIN},
-    {"builtin create", "Create a built-in group", {PID}, set_row_status, BUILTIN, CREATE},
-    {"builtin activate", "Write a built-in group's imagelist file", {PID}, set_row_status, BUILTIN, ACTIVATE},
-    {"builtin deactivate", "Remove a built-in group's imagelist file", {PID}, set_row_status, BUILTIN, DEACTIVATE},
-    {"builtin delete", "Delete a built-in group", {PID}, set_row_status, BUILTIN, DESTROY},
+    {"client", "Client switches that the director has seen"},
+    {"client get", "Print an attribute of a client, or all of them", {CLIENT, ATTR_OR_ALL}, get, READS, CLI},
+    {"client delete", "Forget a client", {CLIENT}, set, CHANGES, CLI, STATUS, LUMENHARBOUR_ROW_DESTROY},
+    {"client flush", "Forget every client", {}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DBFLUSH},
 
-    {"client", "Client switches that the director has seen", {}},
-    {"client list", "List the clients", {}, list<ClientRow>, CLIENT},
-    {"client get", "Print an attribute of a client, or all of them", {INDEX, ATTR_OR_ALL}, get, CLIENT},
-    {"client set", "Set a client's status: any value forgets it", {INDEX, ATTR, VALUE}, set, CLIENT},
-    {"client delete", "Forget a client", {INDEX}, set_row_status, CLIENT, DESTROY},
-    {"client flush", "Forget every client", {}, flush_clients},
+    {"vlan", "Management VLANs"},
+    {"vlan add", "Add management VLANs", {VLANS}, set, CHANGES, GLB, LUMENHARBOUR_GLB_MANAGEVLANADD},
+    {"vlan del", "Remove management VLANs", {VLANS}, set, CHANGES, GLB, LUMENHARBOUR_GLB_MANAGEVLANDEL},
+    {"dhcp-vlan",
+     "Set the VLAN whose interface the DHCP client runs on",
+     {{"VID", &Arguments::value, true, "VLAN id from 0 to 4095"}},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DHCPCLIENTVLAN},
+
+    {"download", "Fetch a file now, in the client role"},
+    {"download image",
+     "Fetch and install the image that DHCP offered",
+     {},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DOWNLOADIMAGE},
+    {"download config",
+     "Fetch and install the configuration that DHCP offered",
+     {},
+     set,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_DOWNLOADCONFIG},
+    {"reload", "Restart the switch after a download, in the client role"},
+    {"reload image",
+     "Say when to restart after an image download",
+     {AFTER},
+     reload,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_IMAGERELOADTIME},
+    {"reload config",
+     "Say when to restart after a configuration download",
+     {AFTER},
+     reload,
+     CHANGES,
+     GLB,
+     LUMENHARBOUR_GLB_CONFIGRELOADTIME},
 
     {"announce",
      "Announce a client as the DHCP server does, and print what it is to fetch",
      {{"--mac", &Arguments::mac, true, "the client's MAC address", "MAC"},
       {"--pid", &Arguments::pid, false, "the client's product id", "PID"},
       {"--ip", &Arguments::ip, false, "the client's IPv4 address", "IP"},
-      {"--delete", nullptr, false, "forget the client; --mac is enough then", "", &Arguments::remove}},
-     announce},
+      {"--delete", &Arguments::remove, false, "forget the client; --mac is enough then"}},
+     announce,
+     CHANGES},
 
-    {"completion", "What makes a shell complete this tool's command lines", {}},
+    {"apply",
+     "Make the daemon what a file says, changing only what differs",
+     {{"FILE", &Arguments::file, true, "YAML or JSON, as 'export' writes it; - for standard input", "", Hint::file},
+      {"--dry-run", &Arguments::dry_run, false, "print the changes without making them"},
+      {"--prune", &Arguments::prune, false, "delete groups and members that the file does not name"}},
+     apply},
+    {"export", "Print the daemon's state as a file for 'apply'", {}, export_state},
+    {"watch",
+     "Print what changes, one line each, until interrupted",
+     {{"SHOW", &Arguments::words, false, "what to watch: a 'show' command; left out: all", "", Hint::words, SHOW},
+      {"--limit", &Arguments::limit, false, "end after so many changes", "N"},
+      {"--interval", &Arguments::interval, false, "seconds between two looks; 1 if left out", "SECONDS"}},
+     watch},
+    {"wait",
+     "Wait until conditions hold; --timeout says for how long, without it for ever",
+     {{"--for", &Arguments::condition, true, "such as role=director or client-count>=10; all of several", "CONDITION"},
+      {"--interval", &Arguments::interval, false, "seconds between two looks; 0.2 if left out", "SECONDS"}},
+     wait},
+
+    {"get", "Print a global attribute, or all of them", {ATTR_OR_ALL}, get},
+    {"set", "Set a global attribute", {ATTR, VALUE}, set, CHANGES},
+    {"attributes", "List every attribute of every table", {}, list_attributes},
+
+    {"completion", "What makes a shell complete this tool's command lines"},
     {"completion bash", "Print the completion script for bash", {}, print_bash_completion},
     {"completion zsh", "Print the completion script for zsh", {}, print_zsh_completion},
+    {"complete",
+     nullptr,
+     {{"WORD", &Arguments::words, false, "the words of a line, the last one unfinished"}},
+     print_candidates},
     {"manual", "Print the manual page, for man(1)", {}, print_manual},
 };
 
 constexpr Argument OPTION_TABLE[] = {
-    {"-h,--help", nullptr, false, "Print this help message and exit"},
-    {"-s,--socket", &Arguments::socket, false, "the daemon's socket", "PATH"},
-    {"-t,--timeout", &Arguments::timeout, false, "how long to wait for an answer", "SECONDS"},
+    {"-h,--help", std::variant_alternative_t<2, decltype(Argument::field)>{}, false,
+     "Print this help message and exit"},
+    {"-s,--socket", &Arguments::socket, false, "the daemon's socket", "PATH", Hint::file},
+    {"-t,--timeout", &Arguments::timeout, false, "how long to wait for an answer; 5 if left out", "SECONDS"},
+    {"-f,--format", &Arguments::format, false, "plain or json", "FORMAT", Hint::words, FORMATS},
+    {"-c,--command", &Arguments::lines, false, "run a command; may be given several times", "COMMAND"},
+    {"--read-only", &Arguments::read_only, false, "refuse every command that changes the daemon"},
 };
 
 constexpr ExitText EXIT_TABLE[] = {

@@ -1,8 +1,7 @@
 #pragma once
 
 /// @file
-/// All that lumenharbourctl can do, as data. Parsing and help, the completion scripts and the manual page are made from
-/// it.
+/// All that lumenharbourctl can do, as data. Parsing and help, completion and the manual page are made from it.
 
 #include <span>
 #include <vector>
@@ -29,16 +28,14 @@ inline constexpr char SUMMARY[] = "Controls the zero-touch provisioning daemon o
 
 inline constexpr char EXAMPLE_TITLE[] = "A switch becomes the director, and a group gets its first member:";
 inline constexpr char EXAMPLE[] =
-    "  lumenharbourctl set state on\n"
-    "  lumenharbourctl set director-ip-type 1\n"
-    "  lumenharbourctl set director-ip 192.0.2.1\n"
-    "  lumenharbourctl group create 0\n"
-    "  lumenharbourctl group set 0 name floor-2\n"
-    "  lumenharbourctl group set floor-2 type mac\n"
-    "  lumenharbourctl group set floor-2 image v2.bin\n"
-    "  lumenharbourctl member mac add floor-2 00:1b:21:0a:0b:0c\n"
-    "  lumenharbourctl group activate floor-2\n";
+    "  lumenharbourctl service start\n"
+    "  lumenharbourctl director address 192.0.2.1\n"
+    "  lumenharbourctl group add auto floor-2 --type mac --image v2.bin --activate\n"
+    "  lumenharbourctl group member add floor-2 00:1b:21:0a:0b:0c\n"
+    "  lumenharbourctl show group floor-2\n";
 
-inline constexpr char NOTE[] = "A value that begins with '-' goes behind '--'.";
+inline constexpr char NOTE[] =
+    "Words of commands may be abbreviated as long as they are unambiguous. A value that begins with '-' goes behind "
+    "'--'. Without a command it reads commands from standard input, at a terminal with completion and history.";
 
 }  // namespace lumenharbour::ctl

@@ -10,6 +10,7 @@ namespace lumenharbour {
 namespace {
 
 constexpr uint32 VLAN_MAX = 4095;
+constexpr char NONE[] = "none";  // an address that is not set
 
 /// A number that people know by a word.
 struct Word {
@@ -31,47 +32,51 @@ constexpr Word GROUP_TYPE[] = {{LUMENHARBOUR_CUSTOMGRP_TYPE_MAC, "mac", "mac"},
                                {LUMENHARBOUR_CUSTOMGRP_TYPE_CONNECT, "connect", "connect"},
                                {LUMENHARBOUR_CUSTOMGRP_TYPE_UNKNOWN, "unknown", "unknown"}};
 
-/// @return the words for an attribute's numbers; none for one that is just a number.
-std::span<const Word> words_of(const tLumenHarbourAttr& attr) {
-  if (attr.value == LUMENHARBOUR_VALUE_TRUTH) return TRUTH;
-  if (attr.value == LUMENHARBOUR_VALUE_ROWSTATUS) return ROW_STATUS;
-  if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_TYPE) return GROUP_TYPE;
-  return {};
-}
+constexpr Word DEBUG[] = {{1, "on", "on"}, {0, "off", "off"}};
+
+constexpr Word LOCAL[] = {{1, "yes", "yes"}, {0, "no", "no"}};
 
 /// The largest number, or the most bytes of a name, that the daemon keeps whole. It cuts what is above without a word,
-/// which is why the tool refuses it.
+/// which is why the tool refuses it. For numbers, also the words that some of them have.
 struct Limit {
   tLumenHarbourTable table;
   uint32 cmd;
   uint32 max;
+  std::span<const Word> words = {};
 };
 
 constexpr Limit LIMITS[] = {
-    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEBUG, 3},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEBUG, 3, DEBUG},
     {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DIRECTORIPTYPE, 15},
-    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEFAULTIMAGETYPE, 3},
-    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE, 3},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEFAULTIMAGETYPE, 3, LOCAL},
+    {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE, 3, LOCAL},
     {LUMENHARBOUR_TABLE_GLOBAL, LUMENHARBOUR_GLB_DHCPCLIENTVLAN, VLAN_MAX},
     {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_NAME, LUMENHARBOUR_TEXT_SIZE - 1},
-    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, 255},
-    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE, 255},
-    {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_IMAGETYPE, 255},
-    {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_CONFIGTYPE, 255},
+    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_TYPE, LUMENHARBOUR_CUSTOMGRP_TYPE_MAX - 1, GROUP_TYPE},
+    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, 255, LOCAL},
+    {LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE, 255, LOCAL},
+    {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_IMAGETYPE, 255, LOCAL},
+    {LUMENHARBOUR_TABLE_BUILTINGRP, LUMENHARBOUR_BUILTINGRP_CONFIGTYPE, 255, LOCAL},
 };
 
-uint32 limit_of(const tLumenHarbourAttr& attr) {
+Limit limit_of(const tLumenHarbourAttr& attr) {
   for (const Limit& limit : LIMITS)
-    if (limit.table == attr.table && limit.cmd == attr.cmd) return limit.max;
-  return attr.value == LUMENHARBOUR_VALUE_TEXT ? LUMENHARBOUR_FILENAME_SIZE - 1 : 0xffffffffU;
+    if (limit.table == attr.table && limit.cmd == attr.cmd) return limit;
+  return {attr.table, attr.cmd, attr.value == LUMENHARBOUR_VALUE_TEXT ? LUMENHARBOUR_FILENAME_SIZE - 1 : 0xffffffffU};
+}
+
+/// @return the words for an attribute's numbers; none for one that is just a number.
+std::span<const Word> words_of(const tLumenHarbourAttr& attr) {
+  if (attr.value == LUMENHARBOUR_VALUE_TRUTH) return TRUTH;
+  if (attr.value == LUMENHARBOUR_VALUE_ROWSTATUS) return ROW_STATUS;
+  return limit_of(attr).words;
 }
 
 std::optional<Value> parse_integer(const tLumenHarbourAttr& attr, std::string_view text) {
-  const std::optional<uint32> number = parse_number(text, limit_of(attr));
-  const std::span<const Word> words = words_of(attr);
-  for (const Word& word : words)
+  const std::optional<uint32> number = parse_number(text, limit_of(attr).max);
+  for (const Word& word : words_of(attr))
     if (text == word.read || text == word.set || number == word.number) return word.number;
-  if (!words.empty() || !number) return std::nullopt;
+  if (attr.value != LUMENHARBOUR_VALUE_NUMBER || !number) return std::nullopt;
   return *number;
 }
 
@@ -81,26 +86,16 @@ std::string format_integer(const tLumenHarbourAttr& attr, uint32 number) {
   return std::to_string(number);
 }
 
-std::string format_ipv4(std::string_view bytes) {
-  if (bytes.empty()) return "0.0.0.0";  // no director address
+/// @return true for the one address that may be none at all.
+bool is_optional(const tLumenHarbourAttr& attr) {
+  return attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.value == LUMENHARBOUR_VALUE_IPV4;
+}
+
+std::string format_ipv4(const tLumenHarbourAttr& attr, std::string_view bytes) {
+  if (is_optional(attr) && bytes.find_first_not_of('\0') == std::string_view::npos) return NONE;
   char text[INET_ADDRSTRLEN];
   if (bytes.size() != LUMENHARBOUR_IPV4_SIZE || inet_ntop(AF_INET, bytes.data(), text, sizeof text) == nullptr)
     return "?";
-  return text;
-}
-
-std::string format_text(std::string_view bytes) {
-  std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      text += c;
-      continue;
-    }
-    char escape[5];
-    std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-    text += escape;
-  }
   return text;
 }
 
@@ -193,9 +188,10 @@ std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view
     case LUMENHARBOUR_VALUE_ROWSTATUS:
       return parse_integer(attr, text);
     case LUMENHARBOUR_VALUE_TEXT:
-      if (text.size() > limit_of(attr)) return std::nullopt;
+      if (text.size() > limit_of(attr).max) return std::nullopt;
       return std::string(text);
     case LUMENHARBOUR_VALUE_IPV4:
+      if (is_optional(attr) && text == NONE) return std::string(LUMENHARBOUR_IPV4_SIZE, '\0');
       return as_octets(parse_ipv4(text));
     case LUMENHARBOUR_VALUE_MAC:
       return as_octets(parse_mac(text));
@@ -211,13 +207,28 @@ std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view
 std::string format_value(const tLumenHarbourAttr& attr, const Value& value) {
   if (const auto* const number = std::get_if<uint32>(&value)) return format_integer(attr, *number);
   const std::string& bytes = std::get<std::string>(value);
-  if (attr.value == LUMENHARBOUR_VALUE_IPV4) return format_ipv4(bytes);
+  if (attr.value == LUMENHARBOUR_VALUE_IPV4) return format_ipv4(attr, bytes);
   if (attr.value == LUMENHARBOUR_VALUE_VLANS) return format_vlans(bytes);
-  if (attr.value != LUMENHARBOUR_VALUE_MAC) return format_text(bytes);
+  if (attr.value != LUMENHARBOUR_VALUE_MAC) return printable(bytes);
   Mac mac{};
   if (bytes.size() != mac.size()) return "?";
   std::copy(bytes.begin(), bytes.end(), mac.begin());
   return format_mac(mac);
+}
+
+std::string printable(std::string_view bytes) {
+  std::string text;
+  for (const char c : bytes) {
+    const auto byte = static_cast<unsigned char>(c);
+    if (byte >= 0x20 && byte != 0x7f) {
+      text += c;
+      continue;
+    }
+    char escape[5];
+    std::snprintf(escape, sizeof escape, "\\x%02x", byte);
+    text += escape;
+  }
+  return text;
 }
 
 std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr) {
@@ -237,9 +248,9 @@ std::string expected_value(const tLumenHarbourAttr& attr) {
     case LUMENHARBOUR_VALUE_IGNORED:
       return "no value";
     case LUMENHARBOUR_VALUE_TEXT:
-      return "a text of at most " + std::to_string(limit_of(attr)) + " bytes";
+      return "a text of at most " + std::to_string(limit_of(attr).max) + " bytes";
     case LUMENHARBOUR_VALUE_IPV4:
-      return "an IPv4 address such as 192.0.2.1";
+      return std::string("an IPv4 address such as 192.0.2.1") + (is_optional(attr) ? ", or none" : "");
     case LUMENHARBOUR_VALUE_MAC:
       return "a MAC address such as 00:1b:21:0a:0b:0c";
     case LUMENHARBOUR_VALUE_VLANS:
@@ -247,7 +258,7 @@ std::string expected_value(const tLumenHarbourAttr& attr) {
     case LUMENHARBOUR_VALUE_RECORD:
       return "a record";
     default:
-      return "a number from 0 to " + std::to_string(limit_of(attr));
+      return "a number from 0 to " + std::to_string(limit_of(attr).max);
   }
 }
 

@@ -7,15 +7,11 @@
 #include <optional>
 #include <string>
 #include <string_view>
-#include <variant>
 #include <vector>
 
 #include "lumenharbour_mgmt.h"
 
 namespace lumenharbour {
-
-/// An attribute's value as it travels: an integer or an octet string, by the attribute's kind.
-using Value = std::variant<uint32, std::string>;
 
 /// @return the number that `text` says in decimal, or in hexadecimal behind "0x"; nothing when it is none, or above
 ///         `max`.
@@ -42,8 +38,11 @@ std::string format_vlans(std::string_view bitmap);
 std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view text);
 
 /// @return an attribute's value as `parse_value` takes it. A row status reads "active", where "activate" is set.
-///         Control characters in a name, which may come from the network, read as "\x1b".
+///         A name is `printable`.
 std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
+
+/// @return the text for a terminal: control characters, which may come from the network, read as "\x1b".
+std::string printable(std::string_view text);
 
 /// @return the words that an attribute takes in place of numbers; none where it takes no word.
 std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr);

@@ -10,6 +10,7 @@
 #include <cerrno>
 #include <chrono>
 #include <cstring>
+#include <optional>
 #include <system_error>
 
 namespace lumenharbour {
@@ -53,6 +54,38 @@ struct Frame {
 };
 
 static_assert(offsetof(Frame, body) == sizeof(int32));
+
+/// A file descriptor that closes itself.
+class Socket {
+ public:
+  Socket() = default;
+  ~Socket() { reset(-1); }
+  Socket(const Socket&) = delete;
+  Socket& operator=(const Socket&) = delete;
+  int fd() const { return fd_; }
+  void reset(int fd) {
+    if (fd_ >= 0) close(fd_);
+    fd_ = fd;
+  }
+
+ private:
+  int fd_ = -1;
+};
+
+/// A point in time that a request must not outlast.
+class Deadline {
+ public:
+  void set(int ms) { end_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms); }
+
+  /// @return milliseconds left, rounded up; 0 when the time is over.
+  int left() const {
+    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
+    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+  }
+
+ private:
+  std::chrono::steady_clock::time_point end_;
+};
 
 /// A request under construction, and what is needed to read its reply. Elements go in in the order of the message.
 class Request {
@@ -115,12 +148,27 @@ class Request {
   }
 
   /// Sends the request and puts the reply in its place. On success the reply's header is that of an answer.
-  Result run(const Connection& connection);
+  Result run(const Connection& connection) {
+    const Result result = begin(connection);
+    return result ? finish() : result;
+  }
+
+  /// The first half of `run`: connects and sends.
+  Result begin(const Connection& connection);
+
+  /// The second half of `run`: waits for the reply.
+  Result finish();
 
   /// Takes the next value section of the reply. @return its data, or null when it has another type or length.
   const uint8* take(uint8 type, uint16 min_len, uint16 max_len, uint16* len);
 
   bool take_integer(uint32* value) { return copy(ADR_TYPE_INT32, value, sizeof *value); }
+  bool take_octets(std::string* value, uint16 room) {
+    uint16 len = 0;
+    const uint8* const data = take(ADR_TYPE_OCTETS, 0, room, &len);
+    if (data != nullptr) value->assign(reinterpret_cast<const char*>(data), len);
+    return data != nullptr;
+  }
   bool take_row(GroupRow* row) { return take_integer(&row->id); }
   bool take_row(BuiltinRow* row) { return take_integer(&row->pid); }
   bool take_row(ClientRow* row) { return take_integer(&row->index); }
@@ -165,38 +213,10 @@ class Request {
   uint32 cmd_;
   uint32 value_at_ = 0;
   bool fits_ = true;
+  Socket socket_;
+  Deadline deadline_;
   tAdr reply_{};
   Frame frame_;
-};
-
-/// A file descriptor that closes itself.
-class Socket {
- public:
-  explicit Socket(int fd) : fd_(fd) {}
-  ~Socket() {
-    if (fd_ >= 0) close(fd_);
-  }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  int fd() const { return fd_; }
-
- private:
-  int fd_;
-};
-
-/// A point in time that a request must not outlast.
-class Deadline {
- public:
-  explicit Deadline(int ms) : end_(std::chrono::steady_clock::now() + std::chrono::milliseconds(ms)) {}
-
-  /// @return milliseconds left, rounded up; 0 when the time is over.
-  int left() const {
-    const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
-  }
-
- private:
-  std::chrono::steady_clock::time_point end_;
 };
 
 Result connect_to(int fd, const Connection& connection, int timeout_ms) {
@@ -246,19 +266,20 @@ Result receive_frame(int fd, Frame* frame, int32 len, const Deadline& deadline) 
   return {frame->len == 0 ? Status::undecodable : Status::done};
 }
 
-Result exchange(const Connection& connection, Frame* frame) {
+Result Request::begin(const Connection& connection) {
+  if (!fits_) return {Status::unsendable};
   const int timeout_ms = std::max(connection.timeout_ms, 1);
-  const Deadline deadline(timeout_ms);
-  const Socket socket_(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
+  deadline_.set(timeout_ms);
+  socket_.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (socket_.fd() < 0) return {Status::unreachable, errno};
   if (const Result result = connect_to(socket_.fd(), connection, timeout_ms); !result) return result;
-  if (const Result result = send_frame(socket_.fd(), *frame); !result) return result;
-  return receive_frame(socket_.fd(), frame, frame->len, deadline);
+  return send_frame(socket_.fd(), frame_);
 }
 
-Result Request::run(const Connection& connection) {
-  if (!fits_) return {Status::unsendable};
-  if (const Result result = exchange(connection, &frame_); !result) return result;
+Result Request::finish() {
+  const Result result = receive_frame(socket_.fd(), &frame_, frame_.len, deadline_);
+  socket_.reset(-1);
+  if (!result) return result;
 
   uint32 func = 0;
   uint32 cmd = 0;
@@ -291,6 +312,28 @@ std::string name_in(const uint8 (&slot)[LUMENHARBOUR_FILENAME_SIZE], uint32 len)
   return std::string(text, strnlen(text, std::min<std::size_t>(len, sizeof slot)));
 }
 
+/// @return true when asking again would end alike, after as long a wait.
+bool is_lost(const Result& result) {
+  return result.status == Status::unreachable || result.status == Status::timed_out;
+}
+
+/// @return the reply to a request for an attribute that has begun.
+Reply<Value> answer_of(Request& request, bool is_integer) {
+  Reply<Value> reply{request.finish(), {}};
+  if (!reply) return reply;
+  uint32 number = 0;
+  std::string octets;
+  const bool is_whole =
+      is_integer ? request.take_integer(&number) : request.take_octets(&octets, LUMENHARBOUR_VLANLIST_SIZE);
+  if (!is_whole) return {{Status::broken}, {}};
+  if (is_integer) {
+    reply.value = number;
+  } else {
+    reply.value = std::move(octets);
+  }
+  return reply;
+}
+
 constexpr Code CODES[] = {
 #define LUMENHARBOUR_CODE(name, base, number, meaning) {zor_error(base, number), #name, meaning},
     ZOR_ERROR_LIST(LUMENHARBOUR_CODE)
@@ -301,9 +344,8 @@ constexpr Code CODES[] = {
 
 std::string explain_code(int code) {
   const Code* const known = find_code(code);
-  const std::string number = std::to_string(code);
-  if (known == nullptr) return "the daemon refused it without a reason (code " + number + ")";
-  return std::string("the daemon refused it: ") + known->meaning + " (" + known->name + ", " + number + ")";
+  if (known == nullptr) return "the daemon refused it without a reason (code " + std::to_string(code) + ")";
+  return std::string(known->name) + ": " + known->meaning;
 }
 
 }  // namespace
@@ -332,12 +374,36 @@ Reply<std::string> Daemon::get_octets(const Row& row, uint32 cmd, uint16 room) c
   request.index(row);
   request.octets(nullptr, room);
   Reply<std::string> reply{request.run(connection_), {}};
-  if (!reply) return reply;
-  uint16 len = 0;
-  const uint8* const data = request.take(ADR_TYPE_OCTETS, 0, room, &len);
-  if (data == nullptr) return {{Status::broken}, {}};
-  reply.value.assign(reinterpret_cast<const char*>(data), len);
+  if (reply && !request.take_octets(&reply.value, room)) reply.status = Status::broken;
   return reply;
+}
+
+void Daemon::get_all(std::span<Query> queries) const {
+  // One less than what the daemon lets wait, so that others get in between.
+  constexpr std::size_t ahead = 8;
+  std::array<std::optional<Request>, ahead> requests;
+  std::size_t asked = 0;
+  Result lost;
+  const auto ask = [&](Query& query, std::optional<Request>& request) {
+    request.emplace(functions_of(query.row).get, query.cmd);
+    request->index(query.row);
+    if (query.is_integer) {
+      request->integer(0);
+    } else {
+      request->octets(nullptr, LUMENHARBOUR_VLANLIST_SIZE);
+    }
+    static_cast<Result&>(query.reply) = request->begin(connection_);
+    if (is_lost(query.reply)) lost = query.reply;
+  };
+  for (std::size_t i = 0; i < queries.size(); i++) {
+    for (; asked < queries.size() && asked < i + ahead && !is_lost(lost); asked++)
+      ask(queries[asked], requests[asked % ahead]);
+    Query& query = queries[i];
+    if (i >= asked) static_cast<Result&>(query.reply) = lost;
+    if (!query.reply) continue;
+    query.reply = answer_of(*requests[i % ahead], query.is_integer);
+    if (is_lost(query.reply)) lost = query.reply;
+  }
 }
 
 Result Daemon::set_integer(const Row& row, uint32 cmd, uint32 value) const {

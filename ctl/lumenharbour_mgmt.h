@@ -12,6 +12,7 @@
 ///       use(daemon.get_octets(row.value, LUMENHARBOUR_CUSTOMGRP_NAME));
 
 #include <array>
+#include <span>
 #include <string>
 #include <string_view>
 #include <type_traits>
@@ -119,6 +120,19 @@ static_assert(std::is_same_v<std::variant_alternative_t<LUMENHARBOUR_TABLE_CUSTO
 static_assert(std::is_same_v<std::variant_alternative_t<LUMENHARBOUR_TABLE_BUILTINGRP, Row>, BuiltinRow>);
 static_assert(std::is_same_v<std::variant_alternative_t<LUMENHARBOUR_TABLE_CLIENT, Row>, ClientRow>);
 
+/// An attribute's value as it travels: an integer or an octet string, by the attribute's kind.
+using Value = std::variant<uint32, std::string>;
+
+/// One of many attributes to read at once.
+struct Query {
+  Query(Row of, uint32 attr, bool integer) : row(of), cmd(attr), is_integer(integer) {}
+
+  Row row;             ///< whose attribute
+  uint32 cmd;          ///< the attribute's number in the row's table
+  bool is_integer;     ///< false for an octet string
+  Reply<Value> reply;  ///< out: how it ended, and the value
+};
+
 /// What the director wants a client to fetch; either name may be empty.
 struct FileNames {
   std::string imagelist;  ///< imagelist file, at most 255 bytes
@@ -143,9 +157,16 @@ class Daemon {
   /// @param[in] row   whose attribute
   /// @param[in] cmd   the attribute's number in the row's table
   /// @param[in] room  most bytes wanted. The daemon asks for 255 to read a file name, and fills a VLAN bitmap as far as
-  ///                  there is room, `LUMENHARBOUR_VLANLIST_SIZE` for all of it.
+  ///                  there is room.
   /// @return the bytes; none for a director address that is not set
-  Reply<std::string> get_octets(const Row& row, uint32 cmd, uint16 room = LUMENHARBOUR_FILENAME_SIZE - 1) const;
+  Reply<std::string> get_octets(const Row& row, uint32 cmd, uint16 room = LUMENHARBOUR_VLANLIST_SIZE) const;
+
+  /// Reads many attributes, in order, about twice as fast as one by one: the next requests wait at the daemon's door
+  /// while it serves one. After a failure to reach the daemon, or to get its answer in time, the rest is not asked and
+  /// ends alike.
+  ///
+  /// @param[in,out] queries  what to read; each receives its reply, octet strings as `get_octets` hands them back
+  void get_all(std::span<Query> queries) const;
 
   /// Sets an integer attribute; also one whose value the daemon ignores.
   ///

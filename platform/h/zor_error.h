@@ -16,7 +16,7 @@ enum : int {
   X(ERR_ZOR_BADLEN, EBASE_ZOR, 10, "the value has the wrong length")                              \
   X(ERR_ZOR_BUFSHORT, EBASE_ZOR, 13, "the room for the answer is too short")                      \
   X(ERR_ZOR_UNSUPPORTED, EBASE_ZOR, 16, "the attribute or value is refused, or not in this role") \
-  X(ERR_ZOR_NOTSTARTED, EBASE_ZOR, 22, "the service is stopped; set state to on first")           \
+  X(ERR_ZOR_NOTSTARTED, EBASE_ZOR, 22, "the service is stopped")                                  \
   X(ERR_ZOR_NULLINDEX, EBASE_ZOR, 26, "the row index is missing")                                 \
   X(ERR_AUTOCFG_NODIRECTORIP, EBASE_AUTOCFG, 1, "the director address or its type is not set")    \
   X(ERR_AUTOCFG_IPMISMATCH, EBASE_AUTOCFG, 2, "the director address is not one of this switch's") \

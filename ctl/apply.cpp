@@ -1,0 +1,503 @@
+#include <algorithm>
+#include <set>
+
+#include "document.h"
+
+namespace lumenharbour::ctl {
+namespace {
+
+/// What a change does, as JSON, a line of output, and a sentence behind "cannot" say it.
+struct Op {
+  const char* name;
+  const char* sign;
+  const char* verb;
+};
+
+constexpr Op ADD = {"add", "+ ", "add "};
+constexpr Op CHANGE = {"change", "~ ", "set "};
+constexpr Op DELETE = {"delete", "- ", "delete "};
+
+/// A request that sets an attribute.
+struct Set {
+  Row row;
+  uint32 cmd;
+  Value value;
+};
+
+/// A change, and the requests that make it.
+struct Change {
+  Op op;
+  std::string what;       ///< the row; empty for the global attributes
+  std::string attribute;  ///< what changes about it; empty for the row itself
+  Json before, after;     ///< the attribute's values
+  std::vector<Set> sets;
+};
+
+/// Both kinds of group, and members, have their status under one number.
+constexpr uint32 STATUS = LUMENHARBOUR_CUSTOMGRP_STATUS;
+static_assert(STATUS == LUMENHARBOUR_BUILTINGRP_STATUS && STATUS == LUMENHARBOUR_GRPMAC_STATUS &&
+              STATUS == LUMENHARBOUR_GRPPID_STATUS);
+
+const tLumenHarbourAttr& attr_of(const Row& row, uint32 cmd) {
+  return *lumenharbour_attr_find(static_cast<tLumenHarbourTable>(row.index()), cmd);
+}
+
+std::string plural(std::size_t count, const std::string& one, const std::string& many) {
+  return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
+std::string name_of(const Row& row, const std::string& name) {
+  return name.empty() ? describe(row) : "group " + printable(name);
+}
+
+std::string member_name(const std::string& member, const std::string& group) {
+  std::string name = "member ";
+  return name.append(member).append(" of ").append(group);
+}
+
+std::string with_id(const Row& row, const std::string& what) {
+  if (what == describe(row)) return what;
+  return what + " (id " + std::to_string(std::get<GroupRow>(row).id) + ')';
+}
+
+uint32 id_of(const Record& group) {
+  return std::get<GroupRow>(group.row).id;
+}
+
+// ---- Making changes ----
+
+/// Makes changes, or with `--dry-run` only tells them.
+class Maker {
+ public:
+  explicit Maker(const Call& call) : call_(call) {}
+
+  void make(const std::vector<Change>& changes) {
+    for (const Change& change : changes) {
+      if (!call_.args.dry_run)
+        for (const Set& set : change.sets) send(change, set);
+      tell(change);
+    }
+  }
+
+  /// Tells how many changes there were, or all of them in JSON.
+  void finish() const {
+    if (call_.args.is_json()) return print_line(dump({{"changed", told_}, {"dry-run", call_.args.dry_run}}));
+    if (told_.empty()) return print_line("nothing to change");
+    print_line(plural(told_.size(), "change ", "changes ") + (call_.args.dry_run ? "to make" : "made"));
+  }
+
+ private:
+  void send(const Change& change, const Set& set) const {
+    const tLumenHarbourAttr& attr = attr_of(set.row, set.cmd);
+    const auto* const number = std::get_if<uint32>(&set.value);
+    const Result result = number != nullptr
+                              ? call_.daemon.set_integer(set.row, set.cmd, *number)
+                              : call_.daemon.set_octets(set.row, set.cmd, std::get<std::string>(set.value));
+    const std::string of = change.attribute.empty() || change.what.empty() ? "" : " of ";
+    check(call_, result, change.op.verb + change.attribute + of + change.what, set.row, &attr);
+  }
+
+  void tell(const Change& change) {
+    told_.push_back({{"op", change.op.name},
+                     {"what", change.what.empty() ? TABLES[LUMENHARBOUR_TABLE_GLOBAL].name : change.what},
+                     {"attribute", change.attribute.empty() ? Json() : Json(change.attribute)},
+                     {"old", change.before},
+                     {"new", change.after}});
+    if (call_.args.is_json()) return;
+    std::string line = change.op.sign + change.what;
+    if (!change.attribute.empty())
+      line += (change.what.empty() ? "" : ": ") + change.attribute + (change.what.empty() ? ": " : " ") +
+              text_of(change.before) + " -> " + text_of(change.after);
+    print_line(line);
+    flush_output();
+  }
+
+  const Call& call_;
+  Json told_ = Json::array();
+};
+
+// ---- Planning them ----
+
+/// Finds out what differs between what a file says and what the daemon has.
+class Planner {
+ public:
+  /// @param[in] is_assumed  the state is that of a switch which will first become the director
+  Planner(const Call& call, const Document& wanted, const State& now, bool is_assumed)
+      : call_(call), wanted_(wanted), now_(now), is_assumed_(is_assumed) {}
+
+  void plan_role();
+  void plan_vlans();
+  void plan_stop();
+  void plan_defaults();
+  void plan_groups();
+  void plan_builtins();
+
+  /// Fails when a pool is too small for what is planned.
+  void check_pools() const;
+
+  /// Tells on standard error what stays only because nobody asked to delete it.
+  void note_unlisted() const;
+
+  /// @return the changes in the order in which they can be made. Deletions come first: they give back what the rest
+  ///         may need.
+  std::vector<Change> changes() const {
+    std::vector<Change> all = deletions_;
+    all.insert(all.end(), changes_.begin(), changes_.end());
+    return all;
+  }
+
+ private:
+  bool change(const Row& row, const std::string& what, uint32 cmd, const Value& before, const Value& after);
+  void change_global(uint32 cmd);
+  void change_status(const Record& record, const std::string& what, const Entry& entry, bool is_stale);
+  bool change_files(const Record& record, const std::string& what, const Entry& entry);
+  void add_row(const Row& row, const std::string& what, const Entry& entry);
+  void delete_row(const Row& row, const std::string& what) {
+    deletions_.push_back({DELETE, what, "", {}, {}, {{row, STATUS, uint32{LUMENHARBOUR_ROW_DESTROY}}}});
+  }
+  /// Deletes what the file does not list, or counts it.
+  void delete_unlisted(const Row& row, const std::string& what);
+  const Record* find_group(const Entry& entry);
+  void change_group(const Record& group, const Entry& entry);
+  void add_group(uint32 id, const Entry& entry);
+  void change_members(uint32 id, const std::string& what, const Entry& entry, const std::vector<std::string>& now);
+  const std::vector<std::string>& members_of(uint32 id) const;
+
+  const Call& call_;
+  const Document& wanted_;
+  const State& now_;
+  const bool is_assumed_;
+  std::vector<Change> deletions_, changes_;
+  std::size_t rows_[LUMENHARBOUR_TABLE_CLIENT] = {};      // how many there will be, by table
+  std::size_t unlisted_[LUMENHARBOUR_TABLE_CLIENT] = {};  // how many the file does not list, by table
+  std::map<std::string, const Record*> by_name_;
+  std::map<uint32, const Record*> by_id_;
+  std::map<uint32, std::size_t> listed_;  // lines of the groups that are there, by id
+};
+
+bool Planner::change(const Row& row, const std::string& what, uint32 cmd, const Value& before, const Value& after) {
+  const tLumenHarbourAttr& attr = attr_of(row, cmd);
+  // An address that is not set comes as no bytes, and goes as zeros.
+  const bool is_same =
+      attr.value == LUMENHARBOUR_VALUE_IPV4 ? format_value(attr, before) == format_value(attr, after) : before == after;
+  if (is_same) return false;
+  const std::string name(attr.name);
+  changes_.push_back({CHANGE, what, name, json_of(attr, before), json_of(attr, after), {{row, cmd, after}}});
+  return true;
+}
+
+void Planner::change_global(uint32 cmd) {
+  if (const auto wanted = wanted_.globals.find(cmd); wanted != wanted_.globals.end())
+    change(GlobalRow{}, "", cmd, value_of(now_.global, cmd), wanted->second);
+}
+
+void Planner::plan_role() {
+  if (const auto state = wanted_.globals.find(LUMENHARBOUR_GLB_STATE);
+      state != wanted_.globals.end() && state->second == Value(uint32{LUMENHARBOUR_ON}))
+    change_global(LUMENHARBOUR_GLB_STATE);
+  change_global(LUMENHARBOUR_GLB_DIRECTORIPTYPE);
+  change_global(LUMENHARBOUR_GLB_DIRECTORIP);
+  const auto address = wanted_.globals.find(LUMENHARBOUR_GLB_DIRECTORIP);
+  if (address == wanted_.globals.end() || now_.is_director() || !wanted_.needs_director()) return;
+  const bool is_planned = !changes_.empty() && changes_.back().sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP;
+  // A client that has the address already becomes the director when the address is set again.
+  if (!is_planned)
+    changes_.push_back({CHANGE, "", "director-state", "off", "on", {{GlobalRow{}, address->first, address->second}}});
+}
+
+void Planner::plan_vlans() {
+  const auto wanted = wanted_.globals.find(LUMENHARBOUR_GLB_MANAGEVLANADD);
+  if (wanted == wanted_.globals.end()) return;
+  const std::string& after = std::get<std::string>(wanted->second);
+  std::string before = octets_of(now_.global, LUMENHARBOUR_GLB_MANAGEVLANADD);
+  before.resize(after.size());
+  if (is_assumed_) before[0] = static_cast<char>(before[0] | 0x80);  // a new director manages VLAN 0
+  if (before == after) return;
+  std::string missing = after;
+  std::string extra = before;
+  for (std::size_t i = 0; i < after.size(); i++) {
+    missing[i] = static_cast<char>(after[i] & ~before[i]);
+    extra[i] = static_cast<char>(before[i] & ~after[i]);
+  }
+  Change vlans = {CHANGE, "", "vlans", format_vlans(before), format_vlans(after), {}};
+  if (!format_vlans(missing).empty()) vlans.sets.push_back({GlobalRow{}, LUMENHARBOUR_GLB_MANAGEVLANADD, missing});
+  if (!format_vlans(extra).empty()) vlans.sets.push_back({GlobalRow{}, LUMENHARBOUR_GLB_MANAGEVLANDEL, extra});
+  changes_.push_back(std::move(vlans));
+}
+
+/// Stops the service: behind the VLANs, which only a service that runs takes.
+void Planner::plan_stop() {
+  if (const auto state = wanted_.globals.find(LUMENHARBOUR_GLB_STATE);
+      state != wanted_.globals.end() && state->second == Value(uint32{LUMENHARBOUR_OFF}))
+    change_global(LUMENHARBOUR_GLB_STATE);
+}
+
+void Planner::plan_defaults() {
+  const std::size_t planned = changes_.size();
+  change_global(LUMENHARBOUR_GLB_DEFAULTIMAGETYPE);
+  change_global(LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE);
+  const bool is_stale = changes_.size() > planned;
+  const std::string& image = octets_of(now_.global, LUMENHARBOUR_GLB_DEFAULTIMAGENAME);
+  const auto wanted = wanted_.globals.find(LUMENHARBOUR_GLB_DEFAULTIMAGENAME);
+  // The imagelist file is written anew by a set of the image alone.
+  if (is_stale && !image.empty() && (wanted == wanted_.globals.end() || wanted->second == Value(image)))
+    changes_.back().sets.push_back({GlobalRow{}, LUMENHARBOUR_GLB_DEFAULTIMAGENAME, image});
+  change_global(LUMENHARBOUR_GLB_DEFAULTCONFIGNAME);
+  change_global(LUMENHARBOUR_GLB_DEFAULTIMAGENAME);
+}
+
+bool Planner::change_files(const Record& record, const std::string& what, const Entry& entry) {
+  bool is_stale = false;
+  const bool has_type = record.row.index() == LUMENHARBOUR_TABLE_CUSTOMGRP;
+  for (const auto& [cmd, value] : entry.values) {
+    const bool differs = change(record.row, what, cmd, value_of(record, cmd), value);
+    is_stale = is_stale || (differs && !(has_type && cmd == LUMENHARBOUR_CUSTOMGRP_TYPE));
+  }
+  return is_stale;
+}
+
+void Planner::change_status(const Record& record, const std::string& what, const Entry& entry, bool is_stale) {
+  const bool is_active = integer_of(record, STATUS) == LUMENHARBOUR_ROW_ACTIVE;
+  const uint32 status = entry.active ? LUMENHARBOUR_ROW_ACTIVE : LUMENHARBOUR_ROW_INACTIVE;
+  if (is_active != entry.active && (is_active || entry.active))
+    change(record.row, what, STATUS, value_of(record, STATUS), status);
+  // The imagelist file is written by an activation alone.
+  else if (is_active && is_stale)
+    changes_.back().sets.push_back({record.row, STATUS, status});
+}
+
+void Planner::add_row(const Row& row, const std::string& what, const Entry& entry) {
+  Change added = {ADD, with_id(row, what), "", {}, {}, {{row, STATUS, uint32{LUMENHARBOUR_ROW_CREATE}}}};
+  if (!entry.name.empty()) added.sets.push_back({row, LUMENHARBOUR_CUSTOMGRP_NAME, entry.name});
+  const bool has_name = row.index() == LUMENHARBOUR_TABLE_CUSTOMGRP;
+  // All of them, since a record goes on with the values of the row that had it before.
+  for (const tLumenHarbourAttr* const attr : attributes_of_rows(static_cast<tLumenHarbourTable>(row.index()))) {
+    if (attr->cmd == STATUS || (has_name && attr->cmd == LUMENHARBOUR_CUSTOMGRP_NAME)) continue;
+    const auto given = entry.values.find(attr->cmd);
+    const Value none = lumenharbour_value_is_integer(attr->value) ? Value(uint32{0}) : Value(std::string());
+    added.sets.push_back({row, attr->cmd, given == entry.values.end() ? none : given->second});
+  }
+  if (entry.active) added.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_ACTIVE}});
+  changes_.push_back(std::move(added));
+  rows_[row.index()]++;
+}
+
+void Planner::delete_unlisted(const Row& row, const std::string& what) {
+  if (call_.args.prune) {
+    delete_row(row, what);
+    rows_[row.index()]--;
+  } else {
+    unlisted_[row.index()]++;
+  }
+}
+
+// ---- Groups ----
+
+const Record* Planner::find_group(const Entry& entry) {
+  const Record* group = nullptr;
+  if (const auto named = by_name_.find(entry.name); !entry.key && named != by_name_.end()) group = named->second;
+  if (const auto numbered = entry.key ? by_id_.find(*entry.key) : by_id_.end(); numbered != by_id_.end())
+    group = numbered->second;
+  if (group == nullptr) return nullptr;
+  const auto [other, is_new] = listed_.emplace(id_of(*group), entry.line);
+  if (!is_new)
+    throw wanted_.failure(entry.line, describe(group->row) + " is the group of line " + std::to_string(other->second),
+                          "expected one entry for it");
+  return group;
+}
+
+const std::vector<std::string>& Planner::members_of(uint32 id) const {
+  static const std::vector<std::string> none;
+  const auto members = now_.members.find(id);
+  return members == now_.members.end() ? none : members->second;
+}
+
+void Planner::change_members(uint32 id, const std::string& what, const Entry& entry,
+                             const std::vector<std::string>& now) {
+  if (!entry.members) return;
+  const std::set<std::string> there(now.begin(), now.end());
+  std::set<std::string> listed;
+  for (const Member& member : *entry.members) {
+    listed.insert(member.text);
+    if (there.contains(member.text)) continue;
+    const Row row = member_of(id, member.text);
+    changes_.push_back(
+        {ADD, member_name(member.text, what), "", {}, {}, {{row, STATUS, uint32{LUMENHARBOUR_ROW_CREATE}}}});
+    rows_[row.index()]++;
+  }
+  for (const std::string& member : now)
+    if (!listed.contains(member)) delete_unlisted(member_of(id, member), member_name(member, what));
+}
+
+void Planner::change_group(const Record& group, const Entry& entry) {
+  const std::string what = name_of(group.row, octets_of(group, LUMENHARBOUR_CUSTOMGRP_NAME));
+  const uint32 before = integer_of(group, LUMENHARBOUR_CUSTOMGRP_TYPE);
+  const auto given = entry.values.find(LUMENHARBOUR_CUSTOMGRP_TYPE);
+  const uint32 after = given == entry.values.end() ? before : std::get<uint32>(given->second);
+  check_members(wanted_, entry, after);
+  std::vector<std::string> members = members_of(id_of(group));
+  if (before != after) {
+    // They can be deleted only while the group has their type, and would be read as members of the new one.
+    for (const std::string& member : members) {
+      const Row row = member_of(id_of(group), member);
+      delete_row(row, member_name(member, what));
+      rows_[row.index()]--;
+    }
+    members.clear();
+  }
+  change_status(group, what, entry, change_files(group, what, entry));
+  change_members(id_of(group), what, entry, members);
+}
+
+void Planner::add_group(uint32 id, const Entry& entry) {
+  const std::string what = name_of(GroupRow{id}, entry.name);
+  if (!entry.values.contains(LUMENHARBOUR_CUSTOMGRP_TYPE))
+    throw wanted_.failure(entry.line, what + " is not there yet and has no type", "expected a type, mac or pid");
+  try {
+    if (!entry.key) check_group_name(entry.name);
+  } catch (const Failure& failure) {
+    throw wanted_.failure(entry.line, failure.message, failure.advice);
+  }
+  const uint32 max = integer_of(now_.global, LUMENHARBOUR_GLB_CUSTOMGRPMAXNUM);
+  if (entry.key && max > 0 && id >= max)
+    throw wanted_.failure(entry.line, "id is '" + std::to_string(id) + '\'',
+                          "expected a number below group-max, which is " + std::to_string(max));
+  add_row(GroupRow{id}, what, entry);
+  change_members(id, what, entry, {});
+}
+
+void Planner::plan_groups() {
+  rows_[LUMENHARBOUR_TABLE_CUSTOMGRP] = now_.groups.size();
+  for (const auto& [id, members] : now_.members)
+    for (const std::string& member : members) rows_[member_of(id, member).index()]++;
+  if (!wanted_.groups) return;
+  for (const Record& group : now_.groups) {
+    by_id_[id_of(group)] = &group;
+    const std::string& name = octets_of(group, LUMENHARBOUR_CUSTOMGRP_NAME);
+    if (!name.empty()) by_name_[name] = &group;
+  }
+  std::vector<const Record*> found;
+  std::set<uint32> taken;
+  for (const Entry& entry : *wanted_.groups) {
+    found.push_back(find_group(entry));
+    if (entry.key) taken.insert(*entry.key);
+  }
+  for (const Record& group : now_.groups) {
+    if (!call_.args.prune || listed_.contains(id_of(group))) taken.insert(id_of(group));
+    if (listed_.contains(id_of(group))) continue;
+    delete_unlisted(group.row, with_id(group.row, name_of(group.row, octets_of(group, LUMENHARBOUR_CUSTOMGRP_NAME))));
+    if (!call_.args.prune) continue;
+    for (const std::string& member : members_of(id_of(group))) rows_[member_of(id_of(group), member).index()]--;
+  }
+  uint32 free_id = 0;
+  auto group = found.begin();
+  for (const Entry& entry : *wanted_.groups) {
+    if (const Record* const existing = *group++; existing != nullptr) {
+      change_group(*existing, entry);
+      continue;
+    }
+    while (!entry.key && taken.contains(free_id)) free_id++;
+    add_group(entry.key ? *entry.key : free_id++, entry);
+  }
+}
+
+void Planner::plan_builtins() {
+  rows_[LUMENHARBOUR_TABLE_BUILTINGRP] = now_.builtins.size();
+  if (!wanted_.builtins) return;
+  std::map<uint32, const Record*> by_pid;
+  for (const Record& builtin : now_.builtins) by_pid[std::get<BuiltinRow>(builtin.row).pid] = &builtin;
+  std::set<uint32> listed;
+  for (const Entry& entry : *wanted_.builtins) {
+    listed.insert(*entry.key);
+    const Row row = BuiltinRow{*entry.key};
+    if (const auto found = by_pid.find(*entry.key); found == by_pid.end()) {
+      add_row(row, describe(row), entry);
+    } else {
+      change_status(*found->second, describe(row), entry, change_files(*found->second, describe(row), entry));
+    }
+  }
+  for (const auto& [pid, builtin] : by_pid)
+    if (!listed.contains(pid)) delete_unlisted(builtin->row, describe(builtin->row));
+}
+
+void Planner::check_pools() const {
+  struct Pool {
+    std::size_t wanted;
+    uint32 cmd;
+    const char* rows;
+  };
+  const Pool pools[] = {{rows_[LUMENHARBOUR_TABLE_CUSTOMGRP], LUMENHARBOUR_GLB_CUSTOMGRPMAXNUM, "groups"},
+                        {rows_[LUMENHARBOUR_TABLE_CUSTOMGRPMAC] + rows_[LUMENHARBOUR_TABLE_CUSTOMGRPPID],
+                         LUMENHARBOUR_GLB_GRPIDMAXNUM, "members"},
+                        {rows_[LUMENHARBOUR_TABLE_BUILTINGRP], LUMENHARBOUR_GLB_BUILTINGRPMAXNUM, "built-in groups"}};
+  for (const auto& [wanted, cmd, rows] : pools) {
+    const uint32 size = integer_of(now_.global, cmd);
+    // No size yet: a daemon that was started without one takes its own when it becomes the director.
+    if (size == 0 || wanted <= size) continue;
+    throw Failure{EXIT_REFUSED,
+                  "cannot apply " + wanted_.file + ": that makes " + std::to_string(wanted) + ' ' + rows + ", and " +
+                      std::string(attr_of(GlobalRow{}, cmd).name) + " is " + std::to_string(size),
+                  "list fewer, delete others with --prune, or start lumenharbourd with larger pools"};
+  }
+}
+
+void Planner::note_unlisted() const {
+  const std::size_t groups = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRP];
+  const std::size_t members = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPMAC] + unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPPID];
+  const std::size_t builtins = unlisted_[LUMENHARBOUR_TABLE_BUILTINGRP];
+  std::string text;
+  const auto add = [&text](std::size_t count, const char* one, const char* many) {
+    if (count > 0) text += (text.empty() ? "" : " and ") + plural(count, one, many);
+  };
+  add(groups, "group", "groups");
+  add(members, "member", "members");
+  add(builtins, "built-in group", "built-in groups");
+  const bool is_one = groups + members + builtins == 1;
+  if (!text.empty())
+    note(text + (is_one ? " is" : " are") + " not in the file; --prune deletes " + (is_one ? "it" : "them"));
+}
+
+/// @return true when a change sets a director's address.
+bool sets_address(const std::vector<Change>& changes) {
+  return std::any_of(changes.begin(), changes.end(),
+                     [](const Change& change) { return change.sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP; });
+}
+
+}  // namespace
+
+void apply(const Call& call) {
+  if (call.args.read_only && !call.args.dry_run)
+    throw Failure{EXIT_USAGE, "cannot apply " + call.args.file + ": --read-only refuses changes",
+                  "--dry-run prints them"};
+  const Document wanted = read_document(call.args.file);
+  const std::string attempt = "apply " + wanted.file;
+  State now = read_state(call);
+  Planner first(call, wanted, now, false);
+  first.plan_role();
+  const std::vector<Change> role = first.changes();
+  const bool was_director = now.is_director();
+  const bool is_assumed = call.args.dry_run && !was_director && wanted.needs_director() && sets_address(role);
+
+  Maker maker(call);
+  // A director's changes are all planned before the first is made; another switch must become one to be planned for.
+  if (!was_director) maker.make(role);
+  if (!was_director && !call.args.dry_run && !role.empty()) now = read_state(call);
+  if (wanted.needs_director() && !is_assumed) require_director(call, attempt);
+  Planner rest(call, wanted, now, is_assumed);
+  rest.plan_vlans();
+  rest.plan_defaults();
+  rest.plan_groups();
+  rest.plan_builtins();
+  rest.plan_stop();
+  rest.check_pools();
+  if (was_director && !role.empty()) {
+    maker.make(role);
+    // Another address may have ended the role, and a client takes a director's attributes without effect.
+    if (wanted.needs_director()) require_director(call, attempt);
+  }
+  maker.make(rest.changes());
+  rest.note_unlisted();
+  maker.finish();
+}
+
+}  // namespace lumenharbour::ctl

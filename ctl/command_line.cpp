@@ -1,0 +1,239 @@
+#include "command_line.h"
+
+#include <CLI/CLI.hpp>
+#include <algorithm>
+#include <charconv>
+#include <cmath>
+#include <cstdio>
+#include <utility>
+
+#include "report.h"
+
+namespace lumenharbour::ctl {
+namespace {
+
+constexpr int DEFAULT_TIMEOUT_MS = 5000;
+
+std::string see_help(const std::string& path) {
+  return "see '" + std::string(TOOL) + (path.empty() ? "" : " ") + path + " --help'";
+}
+
+[[noreturn]] void fail_usage(const std::string& message, const std::string& advice) {
+  throw Failure{EXIT_USAGE, message, advice};
+}
+
+// ---- Finding the command ----
+
+/// @return how many single-character edits lead from one word to the other.
+std::size_t distance(std::string_view from, std::string_view to) {
+  std::vector<std::size_t> line(to.size() + 1);
+  for (std::size_t j = 0; j <= to.size(); j++) line[j] = j;
+  for (std::size_t i = 1; i <= from.size(); i++) {
+    std::size_t diagonal = std::exchange(line[0], i);
+    for (std::size_t j = 1; j <= to.size(); j++) {
+      const std::size_t changed = diagonal + (from[i - 1] == to[j - 1] ? 0 : 1);
+      diagonal = line[j];
+      line[j] = std::min({changed, line[j] + 1, line[j - 1] + 1});
+    }
+  }
+  return line[to.size()];
+}
+
+[[noreturn]] void fail_unknown(const std::string& path, const std::string& word) {
+  std::string close;
+  for (const Command* const command : children_of(path))
+    if (is_close(word, word_of(*command))) close += (close.empty() ? "" : ", ") + std::string(word_of(*command));
+  fail_usage((path.empty() ? "there is no command '" : "'" + path + "' has no command '") + word + '\'',
+             close.empty() ? see_help(path) : "did you mean " + close + '?');
+}
+
+/// @return the command below `path` that the word names, in full or as the only one that begins so; null for none.
+const Command* find_child(const std::string& path, const std::string& word) {
+  const Command* found = nullptr;
+  std::string several;
+  for (const Command& command : COMMANDS) {
+    if (command.path.substr(0, command.path.size() - word_of(command).size()) != (path.empty() ? "" : path + ' '))
+      continue;
+    if (word_of(command) == word) return &command;
+    if (word.empty() || !word_of(command).starts_with(word) || command.help == nullptr) continue;
+    several += (found == nullptr ? "" : ", ") + std::string(word_of(command));
+    found = &command;
+  }
+  if (several.find(',') != std::string::npos) fail_usage('\'' + word + "' is ambiguous", "it begins " + several);
+  return found;
+}
+
+/// @return true for an option of every command that takes the word behind it.
+bool takes_next(const std::string& word) {
+  return std::any_of(OPTIONS.begin(), OPTIONS.end(), [&word](const Argument& option) {
+    const std::string names = ',' + std::string(option.name) + ',';
+    return !std::holds_alternative<bool Arguments::*>(option.field) && names.find(',' + word + ',') != names.npos;
+  });
+}
+
+bool has_children(const std::string& path) {
+  return std::any_of(COMMANDS.begin(), COMMANDS.end(),
+                     [&path](const Command& command) { return command.path.starts_with(path + ' '); });
+}
+
+// ---- Options and arguments ----
+
+void add(CLI::App* app, Arguments* args, const Argument& argument) {
+  CLI::Option* option = nullptr;
+  if (const auto* const flag = std::get_if<bool Arguments::*>(&argument.field)) {
+    app->add_flag(argument.name, args->**flag, argument.help);
+    return;
+  }
+  if (const auto* const list = std::get_if<std::vector<std::string> Arguments::*>(&argument.field)) {
+    option = app->add_option(argument.name, args->**list, argument.help);
+    // Each value of an option has the option's name before it, so that it takes nothing of what follows.
+    if (is_option(argument)) option->expected(1)->take_all();
+  } else {
+    option = app->add_option(argument.name, args->*std::get<std::string Arguments::*>(argument.field), argument.help);
+  }
+  option->required(argument.required)->type_name(argument.type);
+  if (argument.hint == Hint::words && is_option(argument))
+    option->check(CLI::IsMember(std::vector<std::string>(argument.words.begin(), argument.words.end())));
+}
+
+/// @return help on the attributes that a get or set command takes.
+std::string attribute_help(const Command& command) {
+  std::string text = "Attributes:\n";
+  for (const tLumenHarbourAttr* const attr : attributes_of(command)) {
+    std::string line = "  " + std::string(attr->name);
+    line.resize(std::max<std::size_t>(line.size() + 1, 30), ' ');
+    text += line + expected_value(*attr) + '\n';
+  }
+  return text;
+}
+
+/// @return the text under the top level's help.
+std::string overall_help() {
+  std::string text = std::string(EXAMPLE_TITLE) + '\n' + EXAMPLE + '\n' + NOTE + "\nExit status: ";
+  for (const ExitText& exit : EXITS)
+    text += (exit.status == EXIT_DONE ? "" : ", ") + std::to_string(exit.status) + ' ' + exit.text;
+  return text + '.';
+}
+
+std::string help_of(CLI::App* app, const Command* command, const std::string& path) {
+  for (const Command* const child : children_of(path))
+    app->add_subcommand(std::string(word_of(*child)), child->help)->footer("");
+  if (path.empty()) app->footer(overall_help());
+  if (command != nullptr && command->attr == 0 && (command->run == get || command->run == set))
+    app->footer(attribute_help(*command));
+  return app->help();
+}
+
+/// @return true when the words name options that end the search for a command.
+bool is_help_wanted(const std::vector<std::string>& words) {
+  const auto end = std::find(words.begin(), words.end(), "--");
+  return std::any_of(words.begin(), end, [](const std::string& word) { return word == "-h" || word == "--help"; });
+}
+
+/// @return true when the line gives a value, be it an empty one.
+bool has_value(const CLI::App& app, const Command& command) {
+  return std::any_of(command.arguments.begin(), command.arguments.end(), [&app](const Argument& argument) {
+    const auto* const field = std::get_if<std::string Arguments::*>(&argument.field);
+    return field != nullptr && *field == &Arguments::value && app.count(argument.name) > 0;
+  });
+}
+
+int timeout_ms_of(const Arguments& args) {
+  if (args.timeout.empty()) return DEFAULT_TIMEOUT_MS;
+  const int ms = static_cast<int>(std::ceil(seconds_of(args.timeout, "time-out") * 1000));
+  // What 'wait' waits for is no answer to one request.
+  return args.condition.empty() ? ms : std::min(ms, DEFAULT_TIMEOUT_MS);
+}
+
+}  // namespace
+
+double seconds_of(const std::string& text, const char* what) {
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error == std::errc() && end == text.data() + text.size() && seconds > 0 && seconds <= 86400) return seconds;
+  fail_usage('\'' + text + "' is no " + what, "expected seconds, above 0 and up to 86400");
+}
+
+std::vector<const Command*> children_of(std::string_view path) {
+  std::vector<const Command*> children;
+  for (const Command& command : COMMANDS) {
+    const std::size_t space = command.path.rfind(' ');
+    const std::string_view family = space == std::string_view::npos ? "" : command.path.substr(0, space);
+    if (family == path && command.help != nullptr) children.push_back(&command);
+  }
+  return children;
+}
+
+std::string_view word_of(const Command& command) {
+  return command.path.substr(command.path.rfind(' ') + 1);
+}
+
+bool is_option(const Argument& argument) {
+  return argument.name[0] == '-';
+}
+
+bool is_close(std::string_view word, std::string_view candidate) {
+  const std::size_t typos = std::clamp<std::size_t>(word.size() / 3, 1, 2);
+  return distance(word, candidate) <= typos || (word.size() > 2 && candidate.find(word) != std::string_view::npos);
+}
+
+const Command* take_command(std::vector<std::string>* words, std::string* path) {
+  const Command* command = nullptr;
+  for (auto word = words->begin(); word != words->end() && *word != "--";) {
+    if (word->size() > 1 && word->front() == '-') {
+      word += takes_next(*word) && word + 1 != words->end() ? 2 : 1;
+      continue;
+    }
+    if (command != nullptr && !has_children(*path)) return command;
+    const Command* const child = find_child(*path, *word);
+    if (child == nullptr) fail_unknown(*path, *word);
+    command = child;
+    *path = command->path;
+    word = words->erase(word);
+  }
+  return command;
+}
+
+CommandLine parse(const std::vector<std::string>& words, const Arguments& defaults) {
+  CommandLine line{nullptr, defaults, ""};
+  std::vector<std::string> rest = words;
+  std::string path;
+  line.command = take_command(&rest, &path);
+  const bool is_family = line.command != nullptr && line.command->run == nullptr;
+
+  CLI::App app(line.command == nullptr         ? SUMMARY
+               : line.command->help == nullptr ? ""
+                                               : line.command->help,
+               std::string(TOOL) + (path.empty() ? "" : " ") + path);
+  app.set_help_flag(OPTIONS[0].name, OPTIONS[0].help);
+  for (const Argument& option : OPTIONS.subspan(1)) add(&app, &line.args, option);
+  if (line.command != nullptr)
+    for (const Argument& argument : line.command->arguments) add(&app, &line.args, argument);
+  if (is_help_wanted(rest)) {
+    line.help = help_of(&app, line.command, path);
+    return line;
+  }
+  if (is_family) fail_usage('\'' + path + "' wants one more word", see_help(path));
+  try {
+    std::reverse(rest.begin(), rest.end());
+    app.parse(std::move(rest));
+  } catch (const CLI::ParseError& error) {
+    fail_usage(error.what(), see_help(path));
+  }
+  line.args.has_value = line.command != nullptr && has_value(app, *line.command);
+  return line;
+}
+
+void run(const CommandLine& line) {
+  if (!line.help.empty()) {
+    std::fputs(line.help.c_str(), stdout);
+    return flush_output();
+  }
+  const Command& command = *line.command;
+  if (command.changes && line.args.read_only)
+    fail_usage('\'' + std::string(command.path) + "' changes the daemon", "it is refused with --read-only");
+  command.run({Daemon({line.args.socket, timeout_ms_of(line.args)}), line.args, command});
+  flush_output();
+}
+
+}  // namespace lumenharbour::ctl

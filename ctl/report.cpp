@@ -1,0 +1,152 @@
+#include "report.h"
+
+#include <sys/ioctl.h>
+#include <unistd.h>
+
+#include <algorithm>
+#include <cerrno>
+#include <cstdio>
+#include <cstring>
+
+namespace lumenharbour::ctl {
+namespace {
+
+using Line = std::vector<std::string>;  // a text for each column
+
+/// The status of a failure in a word, in the order of `Exit`.
+constexpr const char* STATUS_WORDS[] = {"done", "refused", "usage", "not-found", "unreachable", "timed-out"};
+
+/// @return columns of the terminal on standard output; 0 when it is none.
+std::size_t terminal_width() {
+  winsize size{};
+  if (isatty(STDOUT_FILENO) == 0) return 0;
+  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
+}
+
+/// @return how many columns the text takes: one for each character of UTF-8.
+std::size_t width_of(std::string_view text) {
+  return static_cast<std::size_t>(
+      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
+}
+
+/// @return the text in at most `width` columns, with dots for what is cut.
+std::string cut(const std::string& text, std::size_t width) {
+  if (width_of(text) <= width) return text;
+  std::string head = text;
+  while (!head.empty() && width_of(head) > width - 2) head.pop_back();
+  return head + "..";
+}
+
+/// Narrows the widest columns until all fit a terminal.
+void fit(std::vector<std::size_t>* widths, std::size_t terminal) {
+  constexpr std::size_t narrowest = 8;
+  for (;;) {
+    std::size_t total = 2 * (widths->size() - 1);
+    for (const std::size_t width : *widths) total += width;
+    const auto widest = std::max_element(widths->begin(), widths->end());
+    if (total <= terminal || *widest <= narrowest) return;
+    (*widest)--;
+  }
+}
+
+void print_columns(const std::vector<Line>& lines) {
+  std::vector<std::size_t> widths(lines.front().size(), 1);
+  for (const Line& line : lines)
+    for (std::size_t i = 0; i < line.size(); i++) widths[i] = std::max(widths[i], width_of(line[i]));
+  if (const std::size_t terminal = terminal_width(); terminal > 0) fit(&widths, terminal);
+  for (const Line& line : lines) {
+    std::string text;
+    for (std::size_t i = 0; i < line.size(); i++) {
+      const std::string cell = cut(line[i], widths[i]);
+      text += cell;
+      if (i + 1 < line.size()) text.append(widths[i] + 2 - width_of(cell), ' ');
+    }
+    print_line(text);
+  }
+}
+
+std::string upper(std::string_view text) {
+  std::string result(text);
+  for (char& c : result)
+    if (c >= 'a' && c <= 'z') c = static_cast<char>(c - 'a' + 'A');
+  return result;
+}
+
+}  // namespace
+
+std::string dump(const Json& value) {
+  return value.dump(-1, ' ', false, Json::error_handler_t::replace);
+}
+
+std::string text_of(const Json& value) {
+  if (value.is_string()) return value.get_ref<const std::string&>().empty() ? "-" : printable(value.get<std::string>());
+  if (value.is_null()) return "-";
+  if (!value.is_array()) return dump(value);
+  std::string text;
+  for (const Json& element : value) text += (text.empty() ? "" : ", ") + text_of(element);
+  return text.empty() ? "-" : text;
+}
+
+Json json_of(const tLumenHarbourAttr& attr, const Value& value) {
+  const auto* const number = std::get_if<uint32>(&value);
+  if (attr.value == LUMENHARBOUR_VALUE_TEXT) return std::get<std::string>(value);
+  std::string text = format_value(attr, value);
+  if (number != nullptr && text == std::to_string(*number)) return *number;
+  return text;
+}
+
+void print_line(const std::string& line) {
+  std::fwrite(line.data(), 1, line.size(), stdout);
+  std::fputc('\n', stdout);
+}
+
+void print_done(const Arguments& args) {
+  if (args.is_json()) print_line(dump({{"status", STATUS_WORDS[EXIT_DONE]}}));
+}
+
+void print_object(const Arguments& args, const Json& object) {
+  if (args.is_json()) return print_line(dump(object));
+  for (const auto& [name, value] : object.items()) print_line(name + ": " + text_of(value));
+}
+
+void print_table(const Arguments& args, const std::vector<std::string>& headings, const Json& rows) {
+  if (args.is_json()) return print_line(dump(rows));
+  std::vector<Line> lines(1);
+  for (const std::string& heading : headings) lines[0].push_back(upper(heading));
+  for (const Json& row : rows) {
+    Line& line = lines.emplace_back();
+    for (const std::string& heading : headings) line.push_back(text_of(row.at(heading)));
+  }
+  print_columns(lines);
+}
+
+void note(const std::string& sentence) {
+  const std::string line = "lumenharbourctl: " + sentence + '\n';
+  std::fwrite(line.data(), 1, line.size(), stderr);
+}
+
+void print_failure(const Arguments& args, const Failure& failure) {
+  const Code* const code = find_code(failure.code);
+  if (!args.is_json()) {
+    std::fflush(stdout);
+    return note(printable(failure.message) + (failure.advice.empty() ? "" : "; ") + printable(failure.advice));
+  }
+  const Json name = code == nullptr ? Json() : Json(code->name);
+  const Json number = failure.code == 0 ? Json() : Json(failure.code);
+  print_line(dump({{"error",
+                    {{"status", STATUS_WORDS[failure.exit]},
+                     {"exit", static_cast<int>(failure.exit)},
+                     {"code", number},
+                     {"name", name},
+                     {"message", failure.message},
+                     {"advice", failure.advice}}}}));
+}
+
+void flush_output() {
+  if (std::fflush(stdout) == 0 && std::ferror(stdout) == 0) return;
+  const std::string reason = std::strerror(errno);
+  std::clearerr(stdout);
+  throw Failure{EXIT_REFUSED, "cannot write the answer: " + reason, ""};
+}
+
+}  // namespace lumenharbour::ctl

@@ -1,0 +1,334 @@
+#include <algorithm>
+#include <chrono>
+#include <ctime>
+#include <map>
+#include <thread>
+
+#include "command_line.h"
+#include "rows.h"
+
+namespace lumenharbour::ctl {
+namespace {
+
+using Seconds = std::chrono::duration<double>;
+using Clock = std::chrono::steady_clock;
+
+Seconds interval_of(const Call& call, double unset) {
+  return Seconds(call.args.interval.empty() ? unset : seconds_of(call.args.interval, "interval"));
+}
+
+// ---- What is watched ----
+
+/// A row by its table and key, or a member by its group and what it is.
+struct Place {
+  tLumenHarbourTable table;
+  uint32 key;
+  std::string member;
+  auto operator<=>(const Place&) const = default;
+};
+using Snapshot = std::map<Place, Json>;
+
+/// Which rows are watched.
+struct Scope {
+  bool is_everything = true;
+  tLumenHarbourTable table = LUMENHARBOUR_TABLE_GLOBAL;  ///< the one table, unless everything is watched
+  std::optional<uint32> key;                             ///< the one row
+  bool is_vlans = false;                                 ///< of the global row, what VLANs it is about
+
+  bool has(tLumenHarbourTable other) const { return is_everything || table == other; }
+};
+
+uint32 key_of(const Row& row) {
+  if (const auto* const group = std::get_if<GroupRow>(&row)) return group->id;
+  if (const auto* const builtin = std::get_if<BuiltinRow>(&row)) return builtin->pid;
+  if (const auto* const client = std::get_if<ClientRow>(&row)) return client->index;
+  return 0;
+}
+
+/// @return what the words behind 'watch' name.
+Scope scope_of(const Call& call) {
+  if (call.args.words.empty()) return {};
+  Arguments defaults = call.args;
+  defaults.words.clear();
+  const CommandLine line = parse(call.args.words, defaults);
+  const Command* const command = line.command;
+  if (command == nullptr || !command->path.starts_with("show"))
+    throw Failure{EXIT_USAGE, "only what 'show' shows can be watched", "see 'lumenharbourctl show --help'"};
+  if (command->run == show) return {};
+  Scope scope{false, command->table, std::nullopt, command->run == show_vlans};
+  if (!line.args.row.empty()) scope.key = key_of(row_of({call.daemon, line.args, *command}));
+  return scope;
+}
+
+/// @return the global attributes without those that say the same as others.
+Json globals_of(const Call& call, bool is_vlans) {
+  Json object;
+  const Json globals = json_of(read_record(call, GlobalRow{}));
+  for (const auto& [name, value] : globals.items()) {
+    const bool is_repeated = name == "group-free-id" || name == "manage-vlan-del";
+    if (!is_repeated && (!is_vlans || name.find("vlan") != std::string::npos)) object[name] = value;
+  }
+  return object;
+}
+
+template <typename R>
+void add_table(const Call& call, const Scope& scope, Snapshot* snapshot) {
+  constexpr auto table = static_cast<tLumenHarbourTable>(Row(R{}).index());
+  if (!scope.has(table)) return;
+  for (const Record& record : read_table<R>(call)) {
+    const uint32 key = key_of(record.row);
+    if (!scope.key || *scope.key == key) (*snapshot)[{table, key, ""}] = json_of(record);
+  }
+}
+
+Snapshot take_snapshot(const Call& call, const Scope& scope) {
+  Snapshot snapshot;
+  if (scope.has(LUMENHARBOUR_TABLE_GLOBAL))
+    snapshot[{LUMENHARBOUR_TABLE_GLOBAL, 0, ""}] = globals_of(call, scope.is_vlans);
+  add_table<GroupRow>(call, scope, &snapshot);
+  add_table<BuiltinRow>(call, scope, &snapshot);
+  add_table<ClientRow>(call, scope, &snapshot);
+  if (!scope.has(LUMENHARBOUR_TABLE_CUSTOMGRP)) return snapshot;
+  const auto add_member = [&](uint32 id, const Json& member) {
+    if (!scope.key || *scope.key == id) snapshot[{LUMENHARBOUR_TABLE_CUSTOMGRP, id, text_of(member)}] = member;
+  };
+  for (const MacMemberRow& member : walk<MacMemberRow>(call)) add_member(member.group_id, format_mac(member.mac));
+  for (const PidMemberRow& member : walk<PidMemberRow>(call)) add_member(member.group_id, member.pid);
+  return snapshot;
+}
+
+// ---- What has changed ----
+
+/// Thrown when as many changes are printed as were wanted.
+struct Enough {};
+
+/// Prints changes as they are found.
+class Printer {
+ public:
+  Printer(const Arguments& args, uint32 limit) : args_(args), left_(limit) {}
+
+  /// @param[in] what  the row's table, or "daemon"
+  /// @param[in] key   the row's key, null for none
+  void print(const char* event, const char* what, const Json& key, const Json& attribute, const Json& before,
+             const Json& after) {
+    char time[32];
+    const std::time_t now = std::time(nullptr);
+    std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S%z", std::localtime(&now));
+    const Json line = {{"time", time},           {"event", event}, {"what", what}, {"key", key},
+                       {"attribute", attribute}, {"old", before},  {"new", after}};
+    print_line(args_.is_json() ? dump(line) : plain(line));
+    flush_output();
+    if (left_ > 0 && --left_ == 0) throw Enough();
+  }
+
+  void compare(const Snapshot& before, const Snapshot& after) {
+    auto old_row = before.begin();
+    for (const auto& [place, row] : after) {
+      for (; old_row != before.end() && old_row->first < place; ++old_row) print_row("deleted", *old_row);
+      if (old_row == before.end() || place < old_row->first) {
+        print_row("added", {place, row});
+        continue;
+      }
+      compare_rows(place, old_row->second, row);
+      ++old_row;
+    }
+    for (; old_row != before.end(); ++old_row) print_row("deleted", *old_row);
+  }
+
+ private:
+  static Json key_json(const Place& place) {
+    return place.table == LUMENHARBOUR_TABLE_GLOBAL ? Json() : Json(place.key);
+  }
+
+  void print_row(const char* event, const Snapshot::value_type& row) {
+    const bool is_new = std::string_view(event) == "added";
+    const Json attribute = row.first.member.empty() ? Json() : Json("member");
+    print(event, TABLES[row.first.table].name, key_json(row.first), attribute, is_new ? Json() : row.second,
+          is_new ? row.second : Json());
+  }
+
+  void compare_rows(const Place& place, const Json& before, const Json& after) {
+    if (before == after) return;
+    for (const auto& [name, value] : after.items())
+      if (before[name] != value) print("changed", TABLES[place.table].name, key_json(place), name, before[name], value);
+  }
+
+  static std::string plain(const Json& line) {
+    std::string text = text_of(line["time"]) + ' ' + text_of(line["what"]);
+    for (const char* const part : {"key", "attribute", "event"})
+      if (!line[part].is_null()) text += ' ' + text_of(line[part]);
+    const Json& after = line["new"];
+    if (line["event"] == "changed") return text + ": " + text_of(line["old"]) + " -> " + text_of(after);
+    const Json& row = after.is_null() ? line["old"] : after;
+    if (!row.is_object()) return row.is_null() ? text : text + ": " + text_of(row);
+    const char* separator = ": ";
+    for (const auto& [name, value] : row.items()) {
+      text += separator + name + ' ' + text_of(value);
+      separator = ", ";
+    }
+    return text;
+  }
+
+  const Arguments& args_;
+  uint32 left_;  ///< changes still to print; 0: no limit
+};
+
+/// Looks until there is something to compare with. A daemon that goes away is told once, and when it is back.
+Snapshot look(const Call& call, const Scope& scope, Seconds interval, Printer* printer) {
+  for (bool is_lost = false;; is_lost = true) {
+    std::this_thread::sleep_for(interval);
+    try {
+      Snapshot snapshot = take_snapshot(call, scope);
+      if (is_lost) printer->print("back", "daemon", nullptr, nullptr, nullptr, nullptr);
+      return snapshot;
+    } catch (const Failure& failure) {
+      if (!is_lost) printer->print("lost", "daemon", nullptr, nullptr, nullptr, failure.message);
+    }
+  }
+}
+
+// ---- Conditions ----
+
+constexpr std::string_view RELATIONS[] = {">=", "<=", "!=", "=", ">", "<"};
+
+/// What must hold of a value that changes.
+struct Condition {
+  std::string text;
+  std::string name;
+  std::string_view relation;
+  std::string wanted;  ///< as the value reads
+};
+
+Json role_now(const Call& call) {
+  const auto is_on = [&call](uint32 cmd) {
+    const Reply<uint32> reply = call.daemon.get_integer(GlobalRow{}, cmd);
+    check(call, reply, "look at the role");
+    return reply.value == LUMENHARBOUR_ON;
+  };
+  if (!is_on(LUMENHARBOUR_GLB_STATE)) return "none";
+  return is_on(LUMENHARBOUR_GLB_DIRECTORSTATE) ? "director" : "client";
+}
+
+/// A value that is no attribute.
+struct Figure {
+  const char* name;
+  Json (*now)(const Call& call);
+};
+
+constexpr Figure FIGURES[] = {
+    {"role", role_now},
+    {"client-count", [](const Call& call) { return Json(walk<ClientRow>(call).size()); }},
+    {"group-count", [](const Call& call) { return Json(walk<GroupRow>(call).size()); }},
+    {"builtin-count", [](const Call& call) { return Json(walk<BuiltinRow>(call).size()); }},
+    {"member-count",
+     [](const Call& call) { return Json(walk<MacMemberRow>(call).size() + walk<PidMemberRow>(call).size()); }},
+};
+
+const Figure* figure_named(const std::string& name) {
+  for (const Figure& figure : FIGURES)
+    if (name == figure.name) return &figure;
+  return nullptr;
+}
+
+const tLumenHarbourAttr* attribute_named(const std::string& name) {
+  for (const tLumenHarbourAttr* const attr : attributes_of_rows(LUMENHARBOUR_TABLE_GLOBAL))
+    if (name == attr->name) return attr;
+  return nullptr;
+}
+
+Condition condition_of(const std::string& text) {
+  const std::size_t at = text.find_first_of("<>=!");
+  Condition condition{text, text.substr(0, at), "", ""};
+  const std::string_view rest = std::string_view(text).substr(std::min(at, text.size()));
+  for (const std::string_view relation : RELATIONS)
+    if (condition.relation.empty() && rest.starts_with(relation)) condition.relation = relation;
+  condition.wanted = rest.substr(condition.relation.size());
+  const bool is_order = condition.relation.find_first_of("<>") != std::string_view::npos;
+  const tLumenHarbourAttr* const attr = attribute_named(condition.name);
+  const bool is_known = attr != nullptr || figure_named(condition.name) != nullptr;
+  if (condition.relation.empty() || !is_known)
+    throw Failure{EXIT_USAGE, '\'' + text + "' is no condition",
+                  "expected role, client-count, group-count, builtin-count, member-count or a global attribute, then "
+                  "one of = != < <= > >=, then a value"};
+  const bool is_count = condition.name.ends_with("-count");
+  const bool is_role = condition.wanted == "director" || condition.wanted == "client" || condition.wanted == "none";
+  const bool is_good = attr != nullptr ? parse_value(*attr, condition.wanted).has_value()
+                       : is_count      ? parse_number(condition.wanted).has_value()
+                                       : is_role;
+  if (!is_good || (is_order && !parse_number(condition.wanted)))
+    throw Failure{EXIT_USAGE, "bad value '" + condition.wanted + "' in condition '" + text + '\'',
+                  attr != nullptr ? "expected " + expected_value(*attr)
+                  : is_count      ? "expected a number"
+                                  : "expected director, client or none"};
+  if (attr != nullptr) condition.wanted = text_of(json_of(*attr, *parse_value(*attr, condition.wanted)));
+  return condition;
+}
+
+bool holds(const Condition& condition, const std::string& found) {
+  if (condition.relation == "=") return found == condition.wanted;
+  if (condition.relation == "!=") return found != condition.wanted;
+  const std::optional<uint32> number = parse_number(found);
+  const uint32 wanted = *parse_number(condition.wanted);
+  if (!number) return false;
+  if (condition.relation == ">") return *number > wanted;
+  if (condition.relation == "<") return *number < wanted;
+  return condition.relation == ">=" ? *number >= wanted : *number <= wanted;
+}
+
+/// @return what the condition finds at present, in words.
+std::string found_by(const Call& call, const Condition& condition) {
+  if (const Figure* const figure = figure_named(condition.name)) return text_of(figure->now(call));
+  const tLumenHarbourAttr& attr = *attribute_named(condition.name);
+  Query query{GlobalRow{}, attr.cmd, attr.value < LUMENHARBOUR_VALUE_TEXT};
+  call.daemon.get_all({&query, 1});
+  check(call, query.reply, "look at " + condition.name);
+  return text_of(json_of(attr, query.reply.value));
+}
+
+/// @return why the conditions do not hold; empty when they do.
+std::string missing(const Call& call, const std::vector<Condition>& conditions) {
+  try {
+    for (const Condition& condition : conditions)
+      if (const std::string found = found_by(call, condition); !holds(condition, found))
+        return condition.name + " is " + found + ", expected " + condition.text;
+    return "";
+  } catch (const Failure& failure) {
+    return failure.message;  // a daemon that is to come may be what is waited for
+  }
+}
+
+}  // namespace
+
+void watch(const Call& call) {
+  const Scope scope = scope_of(call);
+  const Seconds interval = interval_of(call, 1);
+  Printer printer(call.args, call.args.limit.empty() ? 0 : number_of(call.args.limit, "number of changes"));
+  Snapshot before = take_snapshot(call, scope);
+  try {
+    for (;;) {
+      Snapshot after = look(call, scope, interval, &printer);
+      printer.compare(before, after);
+      before = std::move(after);
+    }
+  } catch (const Enough&) {
+    return;
+  }
+}
+
+void wait(const Call& call) {
+  std::vector<Condition> conditions;
+  for (const std::string& text : call.args.condition) conditions.push_back(condition_of(text));
+  const Seconds interval = interval_of(call, 0.2);
+  const bool is_endless = call.args.timeout.empty();
+  const Seconds patience(is_endless ? 0 : seconds_of(call.args.timeout, "time-out"));
+  const auto start = Clock::now();
+  for (;;) {
+    const std::string why = missing(call, conditions);
+    if (why.empty()) return print_done(call.args);
+    if (!is_endless && Clock::now() - start >= patience)
+      throw Failure{EXIT_TIMED_OUT, "gave up after " + call.args.timeout + " s: " + why, ""};
+    std::this_thread::sleep_for(is_endless ? interval : std::min<Seconds>(interval, patience - (Clock::now() - start)));
+  }
+}
+
+}  // namespace lumenharbour::ctl
