@@ -198,10 +198,16 @@ void Planner::plan_role() {
   change_global(LUMENHARBOUR_GLB_DIRECTORIPTYPE);
   change_global(LUMENHARBOUR_GLB_DIRECTORIP);
   const auto address = wanted_.globals.find(LUMENHARBOUR_GLB_DIRECTORIP);
+  const bool is_changed = !changes_.empty() && changes_.back().sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP;
+  if (is_changed && now_.is_director() && wanted_.needs_director())
+    throw Failure{EXIT_REFUSED,
+                  "cannot apply " + wanted_.file + ": it gives the director the address " +
+                      text_of(changes_.back().after) + " in place of " + text_of(changes_.back().before),
+                  "an address that is not this switch's would lose every group; change it by itself first, with "
+                  "'lumenharbourctl director address'"};
   if (address == wanted_.globals.end() || now_.is_director() || !wanted_.needs_director()) return;
-  const bool is_planned = !changes_.empty() && changes_.back().sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP;
   // A client that has the address already becomes the director when the address is set again.
-  if (!is_planned)
+  if (!is_changed)
     changes_.push_back({CHANGE, "", "director-state", "off", "on", {{GlobalRow{}, address->first, address->second}}});
 }
 

@@ -5,7 +5,6 @@
 #include <charconv>
 #include <cmath>
 #include <cstdio>
-#include <utility>
 
 #include "report.h"
 
@@ -13,6 +12,8 @@ namespace lumenharbour::ctl {
 namespace {
 
 constexpr int DEFAULT_TIMEOUT_MS = 5000;
+constexpr char HELP[] = "--help";
+constexpr char VERSION[] = "--version";
 
 std::string see_help(const std::string& path) {
   return "see '" + std::string(TOOL) + (path.empty() ? "" : " ") + path + " --help'";
@@ -24,19 +25,20 @@ std::string see_help(const std::string& path) {
 
 // ---- Finding the command ----
 
-/// @return how many single-character edits lead from one word to the other.
+/// @return how many edits lead from one word to the other: a character more, less or other, or two swapped.
 std::size_t distance(std::string_view from, std::string_view to) {
-  std::vector<std::size_t> line(to.size() + 1);
-  for (std::size_t j = 0; j <= to.size(); j++) line[j] = j;
-  for (std::size_t i = 1; i <= from.size(); i++) {
-    std::size_t diagonal = std::exchange(line[0], i);
-    for (std::size_t j = 1; j <= to.size(); j++) {
-      const std::size_t changed = diagonal + (from[i - 1] == to[j - 1] ? 0 : 1);
-      diagonal = line[j];
-      line[j] = std::min({changed, line[j] + 1, line[j - 1] + 1});
+  std::vector<std::vector<std::size_t>> edits(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
+  for (std::size_t i = 0; i <= from.size(); i++) {
+    for (std::size_t j = 0; j <= to.size(); j++) {
+      edits[i][j] = std::max(i, j);
+      if (i == 0 || j == 0) continue;
+      const std::size_t changed = edits[i - 1][j - 1] + (from[i - 1] == to[j - 1] ? 0 : 1);
+      edits[i][j] = std::min({changed, edits[i - 1][j] + 1, edits[i][j - 1] + 1});
+      const bool is_swap = i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1];
+      if (is_swap) edits[i][j] = std::min(edits[i][j], edits[i - 2][j - 2] + 1);
     }
   }
-  return line[to.size()];
+  return edits[from.size()][to.size()];
 }
 
 [[noreturn]] void fail_unknown(const std::string& path, const std::string& word) {
@@ -124,10 +126,10 @@ std::string help_of(CLI::App* app, const Command* command, const std::string& pa
   return app->help();
 }
 
-/// @return true when the words name options that end the search for a command.
-bool is_help_wanted(const std::vector<std::string>& words) {
+/// @return true when one of the words is that option.
+bool is_there(const std::vector<std::string>& words, const char* option) {
   const auto end = std::find(words.begin(), words.end(), "--");
-  return std::any_of(words.begin(), end, [](const std::string& word) { return word == "-h" || word == "--help"; });
+  return std::find(words.begin(), end, option) != end;
 }
 
 /// @return true when the line gives a value, be it an empty one.
@@ -197,6 +199,10 @@ const Command* take_command(std::vector<std::string>* words, std::string* path) 
 CommandLine parse(const std::vector<std::string>& words, const Arguments& defaults) {
   CommandLine line{nullptr, defaults, ""};
   std::vector<std::string> rest = words;
+  if (!rest.empty() && rest.front() == "help") {
+    rest.erase(rest.begin());
+    rest.emplace_back(HELP);
+  }
   std::string path;
   line.command = take_command(&rest, &path);
   const bool is_family = line.command != nullptr && line.command->run == nullptr;
@@ -206,13 +212,13 @@ CommandLine parse(const std::vector<std::string>& words, const Arguments& defaul
                                                : line.command->help,
                std::string(TOOL) + (path.empty() ? "" : " ") + path);
   app.set_help_flag(OPTIONS[0].name, OPTIONS[0].help);
-  for (const Argument& option : OPTIONS.subspan(1)) add(&app, &line.args, option);
+  app.add_flag(OPTIONS[1].name, OPTIONS[1].help);
+  for (const Argument& option : OPTIONS.subspan(2)) add(&app, &line.args, option);
   if (line.command != nullptr)
     for (const Argument& argument : line.command->arguments) add(&app, &line.args, argument);
-  if (is_help_wanted(rest)) {
-    line.help = help_of(&app, line.command, path);
-    return line;
-  }
+  if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line.command, path);
+  if (is_there(rest, VERSION)) line.help = std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
+  if (!line.help.empty()) return line;
   if (is_family) fail_usage('\'' + path + "' wants one more word", see_help(path));
   try {
     std::reverse(rest.begin(), rest.end());

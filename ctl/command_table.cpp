@@ -283,6 +283,7 @@ constexpr Command COMMAND_TABLE[] = {
 constexpr Argument OPTION_TABLE[] = {
     {"-h,--help", std::variant_alternative_t<2, decltype(Argument::field)>{}, false,
      "Print this help message and exit"},
+    {"--version", std::variant_alternative_t<2, decltype(Argument::field)>{}, false, "Print the version and exit"},
     {"-s,--socket", &Arguments::socket, false, "the daemon's socket", "PATH", Hint::file},
     {"-t,--timeout", &Arguments::timeout, false, "how long to wait for an answer; 5 if left out", "SECONDS"},
     {"-f,--format", &Arguments::format, false, "plain or json", "FORMAT", Hint::words, FORMATS},

@@ -17,7 +17,7 @@ struct ExitText {
 };
 
 extern const std::span<const Command> COMMANDS;  ///< every command, each family before its members
-extern const std::span<const Argument> OPTIONS;  ///< options of every command, help first
+extern const std::span<const Argument> OPTIONS;  ///< options of every command, help and version first
 extern const std::span<const ExitText> EXITS;    ///< every exit status
 
 /// @return the attributes that a get or set command takes, in the order of their list.

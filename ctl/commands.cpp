@@ -38,8 +38,9 @@ tLumenHarbourAttr attribute_of(const Call& call) {
 
 /// @return the value that a set command sets.
 Value value_of(const Call& call, const tLumenHarbourAttr& attr) {
-  const std::string name(attr.name);
   const Arguments& args = call.args;
+  const std::string name =
+      call.command.attr == 0 ? std::string(attr.name) : '\'' + std::string(call.command.path) + '\'';
   if (call.command.value != 0) return call.command.value;
   if (attr.value == LUMENHARBOUR_VALUE_IGNORED && args.has_value)
     throw Failure{EXIT_USAGE, name + " takes no value", "leave '" + args.value + "' out"};
@@ -65,6 +66,14 @@ std::string attempt_of(const Row& row, const tLumenHarbourAttr& attr, const Valu
   const auto* const status = std::get_if<uint32>(&value);
   const bool is_verb = attr.value == LUMENHARBOUR_VALUE_ROWSTATUS && status != nullptr && *status < std::size(verbs);
   return is_verb ? verbs[*status] + describe(row) : "set " + describe(row, attr);
+}
+
+/// Fails for a group with members: under another type they would be read as something else.
+void refuse_members(const Call& call, const GroupRow& group, const std::string& attempt) {
+  const Json members = members_of(group.id, walk<MacMemberRow>(call), walk<PidMemberRow>(call));
+  if (!members.empty())
+    throw Failure{EXIT_REFUSED, "cannot " + attempt + ": it has the members " + text_of(members),
+                  "delete them first with 'lumenharbourctl group member del'"};
 }
 
 /// Says what the daemon does not: that it has taken a value without effect, or that the value waits for something.
@@ -97,16 +106,18 @@ struct Setting {
 };
 
 /// Makes a row whole or not at all: what is refused midway is deleted again.
-void make_row(const Call& call, const Row& row, std::vector<Setting> settings) {
+///
+/// @param[in] what  the row in words
+void make_row(const Call& call, const Row& row, const std::string& what, std::vector<Setting> settings) {
   const uint32 status = LUMENHARBOUR_CUSTOMGRP_STATUS;
-  check(call, call.daemon.set_integer(row, status, LUMENHARBOUR_ROW_CREATE), "add " + describe(row), row);
+  check(call, call.daemon.set_integer(row, status, LUMENHARBOUR_ROW_CREATE), "add " + what, row);
   if (call.args.activate) settings.push_back({status, uint32{LUMENHARBOUR_ROW_ACTIVE}});
   for (const Setting& setting : settings) {
     const Result result = send(call, row, setting.cmd, setting.value);
     if (result) continue;
     call.daemon.set_integer(row, status, LUMENHARBOUR_ROW_DESTROY);
     const tLumenHarbourAttr* const attr = lumenharbour_attr_find(call.command.table, setting.cmd);
-    check(call, result, "add " + describe(row) + ": its " + std::string(attr->name), row, attr);
+    check(call, result, "add " + what + ": its " + std::string(attr->name), row, attr);
   }
 }
 
@@ -168,8 +179,11 @@ void set(const Call& call) {
   const Value value = value_of(call, attr);
   const Row row = row_of(call);
   const std::string attempt = attempt_of(row, attr, value);
-  // The daemon would take a director's value in the client role without keeping it.
-  if (attr.guard == LUMENHARBOUR_GUARD_DIRECTOR) require_director(call, attempt);
+  // The daemon would take a director's value in the client role without keeping it, and flush nothing.
+  const bool is_flush = attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.cmd == LUMENHARBOUR_GLB_DBFLUSH;
+  if (attr.guard == LUMENHARBOUR_GUARD_DIRECTOR || is_flush) require_director(call, attempt);
+  if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_TYPE)
+    refuse_members(call, std::get<GroupRow>(row), attempt);
   check(call, send(call, row, attr.cmd, value), attempt, row, &attr);
   tell_aftermath(call, row, attr, value);
   print_done(call.args);
@@ -187,7 +201,7 @@ void add_group(const Call& call) {
   const uint32 type = is_mac ? LUMENHARBOUR_CUSTOMGRP_TYPE_MAC : LUMENHARBOUR_CUSTOMGRP_TYPE_PID;
   const GroupRow row{new_group_id(call)};
   // All of them: a record that is used again keeps what it held.
-  make_row(call, row,
+  make_row(call, row, describe(row) + " (" + call.args.name + ')',
            {{LUMENHARBOUR_CUSTOMGRP_NAME, call.args.name},
             {LUMENHARBOUR_CUSTOMGRP_TYPE, type},
             {LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, uint32{0}},
@@ -201,7 +215,8 @@ void add_group(const Call& call) {
 void add_builtin(const Call& call) {
   const std::string image = file_name(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
   const std::string config = file_name(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
-  make_row(call, row_of(call),
+  const Row row = row_of(call);
+  make_row(call, row, describe(row),
            {{LUMENHARBOUR_BUILTINGRP_IMAGETYPE, uint32{0}},
             {LUMENHARBOUR_BUILTINGRP_CONFIGTYPE, uint32{0}},
             {LUMENHARBOUR_BUILTINGRP_IMAGENAME, image},
@@ -213,14 +228,15 @@ void set_members(const Call& call) {
   const bool is_adding = call.command.value == LUMENHARBOUR_ROW_CREATE;
   for (const std::string& word : call.args.members) member_of(0, word);  // all are understood before one is added
   const uint32 id = group_of(call, call.args.row);
-  if (id > 0xffff) throw Failure{EXIT_USAGE, std::to_string(id) + " is no group id", "ids end at 65535"};
+  if (id > 0xffff) throw Failure{EXIT_NOT_FOUND, "there is no group " + std::to_string(id), "ids end at 65535"};
+  // The daemon would link a member once more, and a later deletion would take off only one of the two.
+  for (const std::string& word : call.args.members)
+    if (const Row row = member_of(id, word); is_adding && call.daemon.get_integer(row, LUMENHARBOUR_GRPMAC_STATUS))
+      throw Failure{EXIT_REFUSED, "cannot add " + describe(row) + ": it is there already", "none was added"};
   for (const std::string& word : call.args.members) {
     const Row row = member_of(id, word);
-    const std::string attempt = (is_adding ? "add " : "delete ") + describe(row);
-    // The daemon would link a member once more, and a later deletion would take off only one of the two.
-    if (is_adding && call.daemon.get_integer(row, LUMENHARBOUR_GRPMAC_STATUS))
-      throw Failure{EXIT_REFUSED, "cannot " + attempt + ": it is there already", ""};
-    check(call, call.daemon.set_integer(row, LUMENHARBOUR_GRPMAC_STATUS, call.command.value), attempt, row);
+    check(call, call.daemon.set_integer(row, LUMENHARBOUR_GRPMAC_STATUS, call.command.value),
+          (is_adding ? "add " : "delete ") + describe(row), row);
   }
   print_done(call.args);
 }

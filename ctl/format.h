@@ -41,8 +41,8 @@ std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view
 ///         A name is `printable`.
 std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
 
-/// @return the text for a terminal: control characters, which may come from the network, read as "\x1b".
-std::string printable(std::string_view text);
+/// @return the bytes for a terminal: control characters, which may come from the network, read as "\x1b".
+std::string printable(std::string_view bytes);
 
 /// @return the words that an attribute takes in place of numbers; none where it takes no word.
 std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr);

@@ -16,6 +16,9 @@ using Line = std::vector<std::string>;  // a text for each column
 /// The status of a failure in a word, in the order of `Exit`.
 constexpr const char* STATUS_WORDS[] = {"done", "refused", "usage", "not-found", "unreachable", "timed-out"};
 
+/// What stands for an empty value, so that columns can be counted.
+constexpr char NOTHING[] = "-";
+
 /// @return columns of the terminal on standard output; 0 when it is none.
 std::size_t terminal_width() {
   winsize size{};
@@ -65,6 +68,13 @@ void print_columns(const std::vector<Line>& lines) {
   }
 }
 
+std::string element_text(const Json& value) {
+  if (value.is_null()) return NOTHING;
+  if (!value.is_string()) return dump(value);
+  const std::string text = printable(value.get_ref<const std::string&>());
+  return text.empty() ? NOTHING : text;
+}
+
 std::string upper(std::string_view text) {
   std::string result(text);
   for (char& c : result)
@@ -79,12 +89,10 @@ std::string dump(const Json& value) {
 }
 
 std::string text_of(const Json& value) {
-  if (value.is_string()) return value.get_ref<const std::string&>().empty() ? "-" : printable(value.get<std::string>());
-  if (value.is_null()) return "-";
-  if (!value.is_array()) return dump(value);
+  if (!value.is_array()) return element_text(value);
   std::string text;
-  for (const Json& element : value) text += (text.empty() ? "" : ", ") + text_of(element);
-  return text.empty() ? "-" : text;
+  for (const Json& element : value) text += (text.empty() ? "" : ", ") + element_text(element);
+  return text.empty() ? NOTHING : text;
 }
 
 Json json_of(const tLumenHarbourAttr& attr, const Value& value) {
@@ -140,6 +148,7 @@ void print_failure(const Arguments& args, const Failure& failure) {
                      {"name", name},
                      {"message", failure.message},
                      {"advice", failure.advice}}}}));
+  if (std::fflush(stdout) != 0) note(printable(failure.message));
 }
 
 void flush_output() {

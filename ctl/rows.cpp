@@ -12,21 +12,23 @@ struct Remedy {
   const char* advice;
 };
 
+constexpr char START_SERVICE[] = "start it with 'lumenharbourctl service start'";
+
 constexpr Remedy REMEDIES[] = {
     {ERR_ZOR_NOTFOUND, "'lumenharbourctl show' tells what there is"},
     {ERR_ZOR_EXISTS, "'lumenharbourctl show' tells what there is"},
     {ERR_ZOR_BADLEN, "give a value of the length that the attribute has"},
     {ERR_ZOR_BUFSHORT, "install tool and daemon of one version"},
     {ERR_ZOR_UNSUPPORTED, "'lumenharbourctl attributes' tells what can be read and set, and in which role"},
-    {ERR_ZOR_NOTSTARTED, "start it with 'lumenharbourctl service start'"},
+    {ERR_ZOR_NOTSTARTED, START_SERVICE},
     {ERR_ZOR_NULLINDEX, "install tool and daemon of one version"},
     {ERR_AUTOCFG_NODIRECTORIP,
      "set them with 'lumenharbourctl director address A.B.C.D' and 'lumenharbourctl director type 1'"},
     {ERR_AUTOCFG_IPMISMATCH,
      "give this switch the address, or correct it with 'lumenharbourctl director address A.B.C.D'"},
     {ERR_AUTOCFG_IMAGELIST, "see whether /tmp has room and the daemon may write there"},
-    {ERR_AUTOCFG_NOTMACGRP, "change its type with 'lumenharbourctl group set GROUP type mac'"},
-    {ERR_AUTOCFG_NOTPIDGRP, "change its type with 'lumenharbourctl group set GROUP type pid'"},
+    {ERR_AUTOCFG_NOTMACGRP, "groups of type mac have MAC addresses, of type pid product ids"},
+    {ERR_AUTOCFG_NOTPIDGRP, "groups of type mac have MAC addresses, of type pid product ids"},
     {ERR_BARE_NOMEM, "delete what is not needed, or start lumenharbourd with larger pools"},
     {ERR_BARE_INVALID, "the types are unknown, stack, mac, connect and pid"},
 };
@@ -50,8 +52,11 @@ std::string unsupported_advice(const Call& call, const tLumenHarbourAttr* attr) 
 
 std::string refusal_advice(const Call& call, int code, const Row& row, const tLumenHarbourAttr* attr) {
   const bool is_table = row.index() != LUMENHARBOUR_TABLE_GLOBAL;
-  if (is_table && code != ERR_ZOR_NOTSTARTED && !is_director(call))
-    return std::string(NOT_DIRECTOR) + "; " + BECOME_DIRECTOR;
+  if (is_table && code != ERR_ZOR_NOTSTARTED && !is_director(call)) {
+    const bool is_started = is_on(call.daemon, LUMENHARBOUR_GLB_STATE);
+    return is_started ? std::string(NOT_DIRECTOR) + "; " + BECOME_DIRECTOR
+                      : std::string("the service is stopped; ") + START_SERVICE;
+  }
   if (code == ERR_ZOR_UNSUPPORTED)
     if (std::string special = unsupported_advice(call, attr); !special.empty()) return special;
   const auto* const known =

@@ -10,7 +10,7 @@
 
 namespace lumenharbour::ctl {
 
-inline constexpr char NOT_DIRECTOR[] = "only the director has groups and clients, and this switch is not it";
+inline constexpr char NOT_DIRECTOR[] = "only the director has groups, clients and defaults, and this switch is not it";
 
 /// How a table is spoken of.
 struct Table {

@@ -91,20 +91,9 @@ bool is_end(const Words& words) {
   return words.size() == 1 && (words[0] == "exit" || words[0] == "quit");
 }
 
-bool is_help(const std::string& word) {
-  return word == "help" || word == "?";
-}
-
-/// @return the line's words as the tool takes them: `help` reads `--help`.
-Words command_of(Words words) {
-  if (words.empty() || !is_help(words[0])) return words;
-  words.erase(words.begin());
-  words.emplace_back("--help");
-  return words;
-}
-
-CommandLine line_of(const Words& words, const Arguments& defaults) {
-  CommandLine line = parse(command_of(words), defaults);
+CommandLine line_of(Words words, const Arguments& defaults) {
+  if (!words.empty() && words[0] == "?") words[0] = "help";
+  CommandLine line = parse(words, defaults);
   if (!line.args.lines.empty()) throw Failure{EXIT_USAGE, "a line cannot hold --command", "give the command itself"};
   if (line.command == nullptr && line.help.empty())
     throw Failure{EXIT_USAGE, "the line holds options and no command", "options hold for their own line; see 'help'"};
@@ -196,7 +185,7 @@ Words offer(Words words, const Arguments& defaults) {
   if (words.size() == 1)
     for (const char* const word : {"exit", "help", "quit"})
       if (std::string_view(word).starts_with(words[0])) offered.emplace_back(word);
-  if (words.size() > 1 && is_help(words[0])) words.erase(words.begin());
+  if (words.size() > 1 && (words[0] == "help" || words[0] == "?")) words.erase(words.begin());
   bool is_file = false;
   for (std::string& word : candidates(words, defaults, &is_file)) offered.push_back(std::move(word));
   if (!is_file) return offered;

@@ -3,6 +3,7 @@
 #include <ctime>
 #include <map>
 #include <thread>
+#include <tuple>
 
 #include "command_line.h"
 #include "rows.h"
@@ -24,7 +25,9 @@ struct Place {
   tLumenHarbourTable table;
   uint32 key;
   std::string member;
-  auto operator<=>(const Place&) const = default;
+  bool operator<(const Place& other) const {
+    return std::tie(table, key, member) < std::tie(other.table, other.key, other.member);
+  }
 };
 using Snapshot = std::map<Place, Json>;
 

@@ -31,15 +31,18 @@ std::string patched(std::string body, std::size_t at, const std::string& bytes) 
 /// What a peer answers to a request's body: frame bytes before it closes; none to wait until the other side closes.
 using Script = std::function<std::string(const std::string& body)>;
 
-/// Serves one connection on a socket of its own, as the daemon does: one receive for the length, one for the body.
+/// Serves connections on a socket of its own, one after the other, as the daemon does: one receive for the length, one
+/// for the body.
 class Peer {
  public:
   explicit Peer(Script script) : fd_(socket(AF_UNIX, SOCK_STREAM, 0)) {
     sockaddr_un addr{AF_UNIX, {}};
     path.copy(addr.sun_path, sizeof addr.sun_path - 1);
     EXPECT_EQ(0, bind(fd_, reinterpret_cast<sockaddr*>(&addr), sizeof addr));
-    EXPECT_EQ(0, listen(fd_, 1));
-    thread_ = std::thread([this, script] { serve(script); });
+    EXPECT_EQ(0, listen(fd_, 9));
+    thread_ = std::thread([this, script] {
+      for (int fd = 0; (fd = accept(fd_, nullptr, nullptr)) >= 0;) serve(fd, script);
+    });
   }
   ~Peer() {
     shutdown(fd_, SHUT_RDWR);
@@ -50,11 +53,10 @@ class Peer {
   Daemon daemon(int timeout_ms = 5000) const { return Daemon({path, timeout_ms}); }
 
   const std::string path = testing::TempDir() + "ctl_test." + std::to_string(getpid());
-  std::string body;  ///< the request's body, complete once the request returned
+  std::string body;  ///< the last request's body, complete once the request returned
 
  private:
-  void serve(const Script& script) {
-    const int fd = accept(fd_, nullptr, nullptr);
+  void serve(int fd, const Script& script) {
     int32 len = 0;
     char bytes[LUMENHARBOUR_MSG_MAX];
     EXPECT_EQ(4, recv(fd, &len, sizeof len, 0));
@@ -81,7 +83,7 @@ TEST(CtlRequest, BytesOnTheWire) {
   } cases[] = {
       {[](auto& d) { d.get_integer(GlobalRow{}, 1); }, {2, 1, {integer(0)}, integer(0)}},
       {[](auto& d) { d.set_octets(GroupRow{7}, 2, "lab"); }, {13, 2, {integer(7)}, octets("lab")}},
-      {[](auto& d) { d.get_octets(BuiltinRow{9}, 4); }, {17, 4, {integer(9)}, room(255)}},
+      {[](auto& d) { d.get_octets(BuiltinRow{9}, 4); }, {17, 4, {integer(9)}, room(512)}},
       {[](auto& d) { d.next(mac_row); }, {4, 0, mac_index, integer(0), 8}},
       {[](auto& d) { d.next(pid_row); }, {8, 0, {integer(3), integer(5)}, integer(0), 8}},
       {[](auto& d) { d.find_group("floor-2"); }, {23, 8, {octets("floor-2")}, integer(0)}},
@@ -119,6 +121,7 @@ TEST(CtlReply, FailuresAreToldApart) {
   const Daemon absent({testing::TempDir() + "no-such-socket", 50});
   EXPECT_EQ(Status::unreachable, absent.get_integer(GlobalRow{}, 1).status);
   EXPECT_NE(std::string::npos, absent.explain({Status::unreachable, ENOENT}).find("no-such-socket"));
+  EXPECT_EQ("ERR_ZOR_NOTSTARTED: the service is stopped", absent.explain({Status::refused, ERR_ZOR_NOTSTARTED}));
   EXPECT_EQ(Status::unsendable, absent.set_octets(GlobalRow{}, 9, std::string(1500, 'x')).status);
 }
 
@@ -131,6 +134,37 @@ TEST(CtlReply, ValuesComeBack) {
   const auto nobody = [](auto& b) { return patched(b, 12, raw(int32{-1})); };
   EXPECT_EQ(Status::none, Peer(nobody).daemon().find_group("floor-2").status);
   EXPECT_EQ(Status::none, Peer(frame).daemon().free_group().status) << "only a director changes the number";
+}
+
+/// @return queries for the global attributes 1 to `count`, every second one an octet string.
+std::vector<Query> queries(uint32 count) {
+  std::vector<Query> all;
+  for (uint32 cmd = 1; cmd <= count; cmd++) all.emplace_back(GlobalRow{}, cmd, cmd % 2 == 0);
+  return all;
+}
+
+/// Answers with the number of the attribute, which stands at 20; the value section starts at 33.
+std::string answer_number(const std::string& body) {
+  const std::string cmd = body.substr(20, 4);
+  return body[34] == ADR_TYPE_INT32 ? patched(body, 37, cmd) : patched(body, 33, section(0, cmd));
+}
+
+TEST(CtlReply, ManyComeBackInOrder) {
+  std::vector<Query> all = queries(30);
+  Peer(answer_number).daemon().get_all(all);
+  for (const Query& query : all) {
+    EXPECT_EQ(Status::done, query.reply.status) << query.cmd;
+    EXPECT_EQ(query.is_integer ? Value(query.cmd) : Value(raw(query.cmd)), query.reply.value);
+  }
+}
+
+TEST(CtlReply, ManyAreGivenUpTogether) {
+  std::vector<Query> all = queries(100);
+  std::size_t asked = 0;
+  Peer([&asked](auto& b) { return ++asked > 3 ? "" : answer_number(b); }).daemon(500).get_all(all);
+  for (const Query& query : all)
+    EXPECT_EQ(query.cmd > 3 ? Status::timed_out : Status::done, query.reply.status) << query.cmd;
+  EXPECT_LE(asked, 3U + 8U) << "more was asked than was on its way already";
 }
 
 TEST(CtlReply, AnnouncementIsAnsweredByADirectorOnly) {
@@ -155,9 +189,13 @@ TEST(CtlFormat, ValuesAreReadAsTheyAreWritten) {
   } cases[] = {
       {global(LUMENHARBOUR_GLB_MANAGEVLANADD), "5,1,7-9,4095,2", "1-2,5,7-9,4095", {"4096", "5-4", "1,", "1--2", ""}},
       {mac, "00-1B-21-0a-0b-0c", "00:1b:21:0a:0b:0c", {"00:1b:21:0a-0b:0c", "00:1b:21:0a:0b:0g", "0:1b:21:0a:0b:0cc"}},
-      {global(LUMENHARBOUR_GLB_DIRECTORIP), "192.0.2.1", "192.0.2.1", {"192.0.2", "192.0.2.256"}},
+      {global(LUMENHARBOUR_GLB_DIRECTORIP), "192.0.2.1", "192.0.2.1", {"192.0.2", "192.0.2.256", ""}},
+      {global(LUMENHARBOUR_GLB_DIRECTORIP), "none", "none", {}},
       {global(LUMENHARBOUR_GLB_STATE), "1", "on", {"0", "3", "yes"}},
-      {global(LUMENHARBOUR_GLB_DEBUG), "0x3", "3", {"4", "-1", "1 "}},
+      {global(LUMENHARBOUR_GLB_DEBUG), "0x3", "3", {"4", "-1", "1 ", "yes"}},
+      {global(LUMENHARBOUR_GLB_DEBUG), "1", "on", {}},
+      {global(LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE), "no", "no", {"4", "off"}},
+      {group(LUMENHARBOUR_CUSTOMGRP_IMAGETYPE), "1", "yes", {"256"}},
       {global(LUMENHARBOUR_GLB_IMAGERELOADTIME), "4294967295", "4294967295", {"4294967296"}},
       {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "deactivate", "inactive", {"0", "5"}},
       {group(LUMENHARBOUR_CUSTOMGRP_TYPE), "4", "pid", {"5"}},
@@ -167,6 +205,7 @@ TEST(CtlFormat, ValuesAreReadAsTheyAreWritten) {
     EXPECT_EQ(c.reads, format_value(*c.attr, parse_value(*c.attr, c.text).value()));
     for (const std::string& text : c.refused) EXPECT_FALSE(parse_value(*c.attr, text)) << text;
   }
+  EXPECT_EQ("none", format_value(*global(LUMENHARBOUR_GLB_DIRECTORIP), std::string())) << "as it reads when not set";
 }
 
 }  // namespace
