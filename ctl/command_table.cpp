@@ -93,7 +93,7 @@ constexpr Command COMMAND_TABLE[] = {
      LUMENHARBOUR_OFF},
     {"director type",
      "Set the type of the director's address, which 'director start' wants above 0",
-     {{"TYPE", &Arguments::value, true, "number from 0 to 15; 1 is IPv4"}},
+     {{"TYPE", &Arguments::value, true, "number from 0 to 15"}},
      set,
      CHANGES,
      GLB,
