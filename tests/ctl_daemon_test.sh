@@ -230,13 +230,14 @@ silence() {
 
 elsewhere() { # a daemon that has another /tmp
   local other
-  # shellcheck disable=SC2016 # for the inner shell to expand
-  unshare -m sh -c 'mount -t tmpfs tmpfs /tmp && exec "$1" 5 5 5' sh "$daemon" >"$dir/other" 2>&1 &
+  cp "$daemon" /run/other # the daemon may itself be below /tmp
+  unshare -m sh -c 'mount -t tmpfs tmpfs /tmp && exec /run/other 5 5 5' >"$dir/other" 2>&1 &
   other=$!
   eventually "$ctl" -s /proc/$other/root$socket wait --for group-max=5 -t 0.1 2>"$dir/err"
   expect 0 20 get group-max
   kill $other
   wait $other 2>/dev/null
+  rm /run/other
 }
 
 watched() { # watched COUNT: makes changes until so many lines are watched
