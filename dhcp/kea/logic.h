@@ -1,0 +1,101 @@
+#pragma once
+
+/// @file
+/// What the hook decides, apart from the DHCP server that it is loaded into: whose packets are ours, what goes into
+/// option 43, and when the director is worth asking.
+
+#include <array>
+#include <chrono>
+#include <cstdint>
+#include <mutex>
+#include <optional>
+#include <string>
+#include <string_view>
+#include <variant>
+#include <vector>
+
+#include "lumenharbour_mgmt.h"
+#include "option43.h"
+
+namespace lumenharbour::dhcp {
+
+using Bytes = std::vector<std::uint8_t>;
+
+/// An IPv4 address in network order.
+using Address = std::array<std::uint8_t, LUMENHARBOUR_IPV4_SIZE>;
+
+/// What the hook's parameters say; what is not given is not sent.
+struct Settings {
+  Connection director{LUMENHARBOUR_SOCKET_PATH, 200};  ///< `socket`, `timeout-ms` (milliseconds, 1 to 60000)
+  std::optional<Address> tftp_server;                  ///< `tftp-server`
+  std::optional<Address> ftp_server;                   ///< `ftp-server`
+  std::string ftp_username;                            ///< `ftp-username`
+  std::string ftp_password;                            ///< `ftp-password`
+  std::optional<std::uint32_t> reboot_time;            ///< `reboot-time`, seconds
+  std::string auth_msg;                                ///< `auth-msg`
+  std::string image_file;                              ///< `image-file`
+};
+
+/// A parameter as the server's configuration has it; `monostate` for any kind that no parameter takes.
+using Parameter = std::variant<std::monostate, std::string, std::int64_t>;
+
+/// Takes a parameter over into `settings`.
+///
+/// @return what is wrong with it, which names it; empty when nothing is
+std::string set_parameter(Settings* settings, const std::string& name, const Parameter& value);
+
+/// @param[in] vendor_class  option 60
+/// @return the product id of a switch of ours; nothing for any other client
+std::optional<std::uint32_t> product_id_of(std::string_view vendor_class);
+
+/// A network, in host order.
+struct Prefix {
+  std::uint32_t network = 0;
+  std::uint32_t mask = 0xffffffff;
+
+  /// @return true when the address is in it.
+  bool has(std::uint32_t address) const { return (address & mask) == network; }
+};
+
+/// @return the network that a text such as "192.0.2.0/24" says. One that is malformed, which the server refuses by
+/// itself,
+///         has no address but 0.0.0.0.
+Prefix parse_prefix(const std::string& text);
+
+/// Most bytes of a DHCP message that a client takes, header and options (RFC 2131, RFC 2132 9.10).
+///
+/// @param[in] max_message_size  its option 57, which counts IP and UDP headers; nothing when it sends none, and at
+/// least
+///                              576 whatever it says
+std::size_t message_room(std::optional<std::uint16_t> max_message_size);
+
+/// Makes the value of option 43.
+///
+/// @param[in] names  the director's answer
+/// @return sub-options in ascending order; they may be more than the 255 bytes that one option holds
+Bytes encode_option43(const Settings& settings, const FileNames& names);
+
+/// Whether the director answers, for all threads of the server. A director that is away is asked once a second, so that
+/// a director that hangs costs one packet its time-out, and not all of them.
+class Director {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  Director() noexcept = default;
+
+  /// What an answer changed, to be told once.
+  enum class News { none, away, back };
+
+  /// @return true when it is to be asked now. A caller that was told so must call `answered`.
+  bool is_worth_asking(Time now);
+
+  /// Takes note of how asking it ended. @return what that changed
+  News answered(bool is_answer);
+
+ private:
+  std::mutex mutex_;
+  bool is_away_ = false;
+  Time next_{};
+};
+
+}  // namespace lumenharbour::dhcp

@@ -1,0 +1,107 @@
+// What the DHCP server's hook decides: whose packets are ours, what goes into option 43, when the director is asked.
+
+#include <gtest/gtest.h>
+
+#include "logic.h"
+
+namespace lumenharbour::dhcp {
+namespace {
+
+TEST(KeaClient, OursByOption60) {
+  const struct {
+    std::string_view text;
+    std::optional<std::uint32_t> product_id;
+  } cases[] = {
+      {"LumenHarbour:4711", 4711},
+      {"LumenHarbour:4294967295", 4294967295},
+      {"LumenHarbour:4294967296", {}},
+      {"LumenHarbour:", {}},
+      {"LumenHarbour:-1", {}},
+      {"LumenHarbour: 7", {}},
+      {"LumenHarbour:7 ", {}},
+      {"LumenHarbour:0x7", {}},
+      {"lumenharbour:7", {}},
+      {{"LumenHarbour:7\0", 15}, {}},
+      {"LumenHarbour", {}},
+      {"udhcp 1.35.0", {}},
+      {"xLumenHarbour:7", {}},
+      {"", {}},
+  };
+  for (const auto& c : cases) EXPECT_EQ(c.product_id, product_id_of(c.text)) << c.text;
+}
+
+TEST(KeaParameters, AreCheckedByName) {
+  const struct {
+    std::string name;
+    Parameter value;
+    const char* wrong;  // part of what is told; null for a good one
+  } cases[] = {
+      {"socket", "/run/x", nullptr},
+      {"socket", std::string(108, 'x'), "'socket': expected the path"},
+      {"timeout-ms", std::int64_t{1}, nullptr},
+      {"timeout-ms", std::int64_t{0}, "'timeout-ms': expected a number"},
+      {"timeout-ms", "200", "'timeout-ms'"},
+      {"timeout-ms", std::int64_t{60001}, "'timeout-ms'"},
+      {"tftp-server", "192.0.2.1", nullptr},
+      {"tftp-server", "192.0.2", "'tftp-server': expected an IPv4 address"},
+      {"ftp-server", Parameter(), "'ftp-server'"},
+      {"ftp-password", "a\nb", "'ftp-password': expected a text"},
+      {"auth-msg", std::string(256, 'x'), "'auth-msg'"},
+      {"image-file", "", "'image-file'"},
+      {"reboot-time", std::int64_t{4294967295}, nullptr},
+      {"reboot-time", std::int64_t{4294967296}, "'reboot-time'"},
+      {"reboot-tine", std::int64_t{1}, "'reboot-tine' is unknown: expected one of socket, timeout-ms"},
+  };
+  for (const auto& c : cases) {
+    Settings settings;
+    const std::string wrong = set_parameter(&settings, c.name, c.value);
+    if (c.wrong == nullptr)
+      EXPECT_EQ("", wrong) << c.name;
+    else
+      EXPECT_NE(std::string::npos, wrong.find(c.wrong)) << wrong;
+  }
+}
+
+TEST(KeaOption43, HoldsWhatIsGiven) {
+  Settings settings;
+  EXPECT_EQ(Bytes(), encode_option43(settings, {}));
+  set_parameter(&settings, "tftp-server", "192.0.2.1");
+  set_parameter(&settings, "reboot-time", std::int64_t{258});
+  set_parameter(&settings, "auth-msg", "hi");
+  const Bytes expected = {1, 1, 'a', 2, 1, 'b', 4, 4, 192, 0, 2, 1, 8, 4, 0, 0, 1, 2, 9, 2, 'h', 'i'};
+  EXPECT_EQ(expected, encode_option43(settings, {"a", "b"}));
+  EXPECT_EQ(2U + 255 + 2 + 255 + 16, encode_option43(settings, {std::string(255, 'x'), std::string(255, 'y')}).size());
+}
+
+TEST(KeaOption43, RoomIsWhatTheClientTakes) {
+  EXPECT_EQ(548U, message_room(std::nullopt));
+  EXPECT_EQ(548U, message_room(300)) << "less than every client must take";
+  EXPECT_EQ(1472U, message_room(1500));
+}
+
+TEST(KeaSubnet, HasItsAddresses) {
+  constexpr std::uint32_t address = 0xc0000281;  // 192.0.2.129
+  for (const char* const text : {"192.0.2.128/25", "192.0.2.129/32", "192.0.2.77/24", "0.0.0.0/0"})
+    EXPECT_TRUE(parse_prefix(text).has(address)) << text;
+  for (const char* const text : {"192.0.2.0/25", "192.0.2.128/33", "192.0.2.128", "192.0.2/24", "192.0.2.128/x", ""})
+    EXPECT_FALSE(parse_prefix(text).has(address)) << text;
+}
+
+TEST(KeaDirector, IsAskedOnceASecondWhileAway) {
+  using namespace std::chrono_literals;
+  Director director;
+  const Director::Time start{};
+  EXPECT_TRUE(director.is_worth_asking(start));
+  EXPECT_TRUE(director.is_worth_asking(start)) << "a director that answers is asked for every packet";
+  EXPECT_EQ(Director::News::none, director.answered(true));
+  EXPECT_EQ(Director::News::away, director.answered(false));
+  EXPECT_EQ(Director::News::none, director.answered(false)) << "told once";
+  EXPECT_FALSE(director.is_worth_asking(start + 999ms));
+  EXPECT_TRUE(director.is_worth_asking(start + 1s));
+  EXPECT_FALSE(director.is_worth_asking(start + 1s)) << "by one thread";
+  EXPECT_EQ(Director::News::back, director.answered(true));
+  EXPECT_TRUE(director.is_worth_asking(start + 1s));
+}
+
+}  // namespace
+}  // namespace lumenharbour::dhcp
