@@ -46,6 +46,9 @@ TEST(KeaParameters, AreCheckedByName) {
       {"tftp-server", "192.0.2", "'tftp-server': expected an IPv4 address"},
       {"ftp-server", Parameter(), "'ftp-server'"},
       {"ftp-password", "a\nb", "'ftp-password': expected a text"},
+      {"ftp-password", "a$b", "'ftp-password': expected a text without blanks"},
+      {"ftp-username", "~a", "'ftp-username'"},
+      {"auth-msg", "a $b", nullptr},
       {"auth-msg", std::string(256, 'x'), "'auth-msg'"},
       {"image-file", "", "'image-file'"},
       {"reboot-time", std::int64_t{4294967295}, nullptr},
@@ -94,7 +97,9 @@ TEST(KeaDirector, IsAskedOnceASecondWhileAway) {
   EXPECT_TRUE(director.is_worth_asking(start));
   EXPECT_TRUE(director.is_worth_asking(start)) << "a director that answers is asked for every packet";
   EXPECT_EQ(Director::News::none, director.answered(true));
+  EXPECT_FALSE(director.is_away());
   EXPECT_EQ(Director::News::away, director.answered(false));
+  EXPECT_TRUE(director.is_away());
   EXPECT_EQ(Director::News::none, director.answered(false)) << "told once";
   EXPECT_FALSE(director.is_worth_asking(start + 999ms));
   EXPECT_TRUE(director.is_worth_asking(start + 1s));

@@ -16,6 +16,7 @@
 #include <sys/socket.h>
 
 #include <algorithm>
+#include <map>
 #include <memory>
 
 #include "logic.h"
@@ -31,6 +32,7 @@ using isc::dhcp::DHO_VENDOR_ENCAPSULATED_OPTIONS;
 using isc::dhcp::HWAddr;
 using isc::dhcp::Option;
 using isc::dhcp::OptionPtr;
+using isc::dhcp::OptionUint16;
 using isc::dhcp::Pkt4;
 using isc::dhcp::Pkt4Ptr;
 using isc::hooks::CalloutHandle;
@@ -67,7 +69,14 @@ struct Subnet {
 /// Set by `load` and `dhcp4_srv_configured`, and not changed while packets are served.
 std::unique_ptr<const Settings> settings_of_hook;
 std::vector<Subnet> subnets_of_server;
-Director director;
+
+/// @return what is known of the director on a socket; a subnet may have one of its own.
+Director& director_on(const std::string& socket_path) {
+  static std::mutex mutex;
+  static std::map<std::string, Director> directors;
+  const std::lock_guard lock(mutex);
+  return directors[socket_path];
+}
 
 constexpr char CONTEXT[] = "lumenharbour";  // key of a subnet's user context
 
@@ -146,24 +155,30 @@ std::optional<tLumenHarbourClientInfo> client_of(const HWAddr* hwaddr, std::uint
   return client;
 }
 
-/// Announces a client, unless the director is away. @return its names; nothing without an answer.
-std::optional<lumenharbour::FileNames> announce(const Settings& settings, const tLumenHarbourClientInfo& client) {
-  if (!director.is_worth_asking(std::chrono::steady_clock::now())) return std::nullopt;
-  const lumenharbour::Daemon daemon(settings.director);
-  const auto names = daemon.announce(client);
-  switch (director.answered(static_cast<bool>(names))) {
+/// Takes note of how asking the director ended, and tells what that changed.
+void note(const lumenharbour::Daemon& daemon, const lumenharbour::Result& result) {
+  const std::string& socket_path = daemon.connection().socket_path;
+  switch (director_on(socket_path).answered(static_cast<bool>(result))) {
     case Director::News::none:
       break;
     case Director::News::away:
       LOG_ERROR(logger, DIRECTOR_AWAY)
-          .arg(names.status == lumenharbour::Status::none
-                   ? "the daemon on " + settings.director.socket_path + " is not the director"
-                   : daemon.explain(names));
+          .arg(result.status == lumenharbour::Status::none ? "the daemon on " + socket_path + " is not the director"
+                                                           : daemon.explain(result));
       break;
     case Director::News::back:
-      LOG_INFO(logger, DIRECTOR_BACK).arg(settings.director.socket_path);
+      LOG_INFO(logger, DIRECTOR_BACK).arg(socket_path);
       break;
   }
+}
+
+/// Announces a client, unless the director is away. @return its names; nothing without an answer.
+std::optional<lumenharbour::FileNames> announce(const Settings& settings, const tLumenHarbourClientInfo& client) {
+  const lumenharbour::Daemon daemon(settings.director);
+  if (!director_on(settings.director.socket_path).is_worth_asking(std::chrono::steady_clock::now()))
+    return std::nullopt;
+  const auto names = daemon.announce(client);
+  note(daemon, names);
   if (!names) return std::nullopt;
   return names.value;
 }
@@ -177,9 +192,10 @@ std::size_t size_of(Pkt4* reply) {
 /// Puts the director's names into the reply, all of them or none.
 void put_names(const Pkt4Ptr& query, const Pkt4Ptr& reply, const Settings& settings,
                const lumenharbour::FileNames& names) {
+  // The server keeps a number that it has parsed, not the bytes.
   std::optional<std::uint16_t> max_size;
-  if (const OptionPtr option = query->getOption(DHO_DHCP_MAX_MESSAGE_SIZE); option && option->getData().size() == 2)
-    max_size = option->getUint16();
+  const OptionPtr option = query->getOption(DHO_DHCP_MAX_MESSAGE_SIZE);
+  if (const auto* const number = dynamic_cast<const OptionUint16*>(option.get())) max_size = number->getValue();
   reply->delOption(DHO_VENDOR_ENCAPSULATED_OPTIONS);
   const std::size_t limit = message_room(max_size);
   const std::size_t used = size_of(reply.get()) + isc::dhcp::Option::OPTION4_HDR_LEN;
@@ -213,12 +229,16 @@ void serve(CalloutHandle& handle) {
 }
 
 /// Has a lease's client forgotten. Option 60 is not part of a release and of a lease; a client that is not ours is one
-/// that the director does not know, and a deletion of it does nothing.
+/// that the director does not know, and a deletion of it does nothing. A director that is away is not told: when it is
+/// started again it has forgotten all clients, and when it only stood still it keeps a gone one, which is harmless.
 void forget(CalloutHandle& handle) {
   isc::dhcp::Lease4Ptr lease;
   handle.getArgument("lease4", lease);
   if (!lease) return;
-  if (const auto client = client_of(lease->hwaddr_.get(), 0)) announce(settings_for(lease->addr_), *client);
+  const auto client = client_of(lease->hwaddr_.get(), 0);
+  const lumenharbour::Daemon daemon(settings_for(lease->addr_).director);
+  if (!client || director_on(daemon.connection().socket_path).is_away()) return;
+  if (const auto reply = daemon.announce(*client); !reply) note(daemon, reply);
 }
 
 /// Runs a callout so that nothing it meets reaches the server. @return 0
@@ -227,8 +247,24 @@ int guarded(void (*run)(CalloutHandle&), CalloutHandle& handle) {
     if (handle.getStatus() != CalloutHandle::NEXT_STEP_DROP) run(handle);
   } catch (const std::exception& error) {
     LOG_ERROR(logger, FAILED).arg(error.what());
+  } catch (...) {
+    LOG_ERROR(logger, FAILED).arg("unknown exception");
   }
   return 0;
+}
+
+/// @return what is wrong with the overrides of a configuration; empty when nothing is, and then they hold.
+std::string take_over(CalloutHandle& handle) {
+  try {
+    ConstElementPtr config;
+    handle.getArgument("json_config", config);
+    std::vector<Subnet> subnets;
+    std::string wrong = take_configuration(config, &subnets);
+    if (wrong.empty()) subnets_of_server = std::move(subnets);
+    return wrong;
+  } catch (const std::exception& error) {
+    return error.what();
+  }
 }
 
 }  // namespace
@@ -267,14 +303,8 @@ int unload() {
 
 /// Refuses a configuration with a bad override before it serves anybody.
 int dhcp4_srv_configured(CalloutHandle& handle) {
-  ConstElementPtr config;
-  handle.getArgument("json_config", config);
-  std::vector<Subnet> subnets;
-  const std::string wrong = take_configuration(config, &subnets);
-  if (wrong.empty()) {
-    subnets_of_server = std::move(subnets);
-    return 0;
-  }
+  const std::string wrong = take_over(handle);
+  if (wrong.empty()) return 0;
   LOG_ERROR(logger, BAD_PARAMETER).arg(wrong);
   handle.setArgument("error", wrong);
   handle.setStatus(CalloutHandle::NEXT_STEP_DROP);

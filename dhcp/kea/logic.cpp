@@ -30,6 +30,17 @@ std::string set_text(std::string* text, const std::string& name, const Parameter
   return "";
 }
 
+/// Takes a text that becomes a word of the switch's command lines. There it would be refused when it held what a shell
+/// interprets, and with it all of the reply.
+std::string set_word(std::string* text, const std::string& name, const Parameter& value) {
+  const auto* const given = std::get_if<std::string>(&value);
+  const bool is_word = given == nullptr || given->empty() ||
+                       (given->find_first_of(" \"$&'()*;<>?[\\`{|") == std::string::npos &&
+                        std::string_view("#-~").find(given->front()) == std::string_view::npos);
+  if (!is_word) return expected(name, "a text without blanks and characters that a shell interprets");
+  return set_text(text, name, value);
+}
+
 std::string set_address(std::optional<Address>* address, const std::string& name, const Parameter& value) {
   const auto* const given = std::get_if<std::string>(&value);
   Address bytes{};
@@ -82,13 +93,13 @@ constexpr Known PARAMETERS[] = {
     {"ftp-server",
      [](Settings* s, const std::string& n, const Parameter& v) { return set_address(&s->ftp_server, n, v); }},
     {"ftp-username",
-     [](Settings* s, const std::string& n, const Parameter& v) { return set_text(&s->ftp_username, n, v); }},
+     [](Settings* s, const std::string& n, const Parameter& v) { return set_word(&s->ftp_username, n, v); }},
     {"ftp-password",
-     [](Settings* s, const std::string& n, const Parameter& v) { return set_text(&s->ftp_password, n, v); }},
+     [](Settings* s, const std::string& n, const Parameter& v) { return set_word(&s->ftp_password, n, v); }},
     {"reboot-time", set_reboot_time},
     {"auth-msg", [](Settings* s, const std::string& n, const Parameter& v) { return set_text(&s->auth_msg, n, v); }},
     {"image-file",
-     [](Settings* s, const std::string& n, const Parameter& v) { return set_text(&s->image_file, n, v); }},
+     [](Settings* s, const std::string& n, const Parameter& v) { return set_word(&s->image_file, n, v); }},
 };
 
 /// Appends sub-options, each unless it is empty.
@@ -165,6 +176,11 @@ bool Director::is_worth_asking(Time now) {
   if (is_away_ && now < next_) return false;
   next_ = now + RETRY_AFTER;
   return true;
+}
+
+bool Director::is_away() const {
+  const std::lock_guard lock(mutex_);
+  return is_away_;
 }
 
 Director::News Director::answered(bool is_answer) {

@@ -58,15 +58,15 @@ struct Prefix {
 };
 
 /// @return the network that a text such as "192.0.2.0/24" says. One that is malformed, which the server refuses by
-/// itself,
-///         has no address but 0.0.0.0.
+///         itself, has no address but 0.0.0.0.
 Prefix parse_prefix(const std::string& text);
 
 /// Most bytes of a DHCP message that a client takes, header and options (RFC 2131, RFC 2132 9.10).
 ///
-/// @param[in] max_message_size  its option 57, which counts IP and UDP headers; nothing when it sends none, and at
-/// least
-///                              576 whatever it says
+/// Without option 57 that is 576 bytes less 20 of IP and 8 of UDP header, which is below the 628 that udhcpc takes.
+///
+/// @param[in] max_message_size  its option 57, which counts IP and UDP headers; nothing when it sends none. What is
+///                              below 576 counts as 576.
 std::size_t message_room(std::optional<std::uint16_t> max_message_size);
 
 /// Makes the value of option 43.
@@ -75,8 +75,8 @@ std::size_t message_room(std::optional<std::uint16_t> max_message_size);
 /// @return sub-options in ascending order; they may be more than the 255 bytes that one option holds
 Bytes encode_option43(const Settings& settings, const FileNames& names);
 
-/// Whether the director answers, for all threads of the server. A director that is away is asked once a second, so that
-/// a director that hangs costs one packet its time-out, and not all of them.
+/// Whether a director answers, for all threads of the server. One that is away is asked once a second, so that a
+/// director that hangs costs one packet its time-out, and not all of them.
 class Director {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -86,14 +86,18 @@ class Director {
   /// What an answer changed, to be told once.
   enum class News { none, away, back };
 
-  /// @return true when it is to be asked now. A caller that was told so must call `answered`.
+  /// @return true when it is to be asked for names now. A caller that was told so must call `answered`.
   bool is_worth_asking(Time now);
+
+  /// @return true when it is not worth telling of a client that has gone. A deletion that succeeds does not bring it
+  ///         back, since a daemon that is not the director takes one too.
+  bool is_away() const;
 
   /// Takes note of how asking it ended. @return what that changed
   News answered(bool is_answer);
 
  private:
-  std::mutex mutex_;
+  mutable std::mutex mutex_;
   bool is_away_ = false;
   Time next_{};
 };

@@ -1,0 +1,57 @@
+#!/bin/bash
+# Loads the hook into a real Kea, with good parameters and bad ones: kea_load_test.sh HOOK-LIBRARY KEA-DHCP4
+#
+# The server is started each time: its own check of a configuration (-t) does not load hooks. It opens no socket.
+set -u
+hook=$1
+kea=$2
+dir=$(mktemp -d) || exit 1
+export KEA_PIDFILE_DIR=$dir KEA_LOCKFILE_DIR=$dir
+failed=0
+server=''
+# shellcheck disable=SC2317 # called by the trap
+clean_up() {
+  [ -z "$server" ] || kill "$server" 2>/dev/null
+  rm -rf "$dir"
+}
+trap clean_up EXIT
+
+says() { # says PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET TEXT: what the server's log has, within ten seconds
+  local end=$((SECONDS + 10))
+  cat >"$dir/conf" <<END
+{"Dhcp4": {"interfaces-config": {"interfaces": []}, "lease-database": {"type": "memfile", "persist": false},
+  "hooks-libraries": [{"library": "$hook", "parameters": $1}],
+  "shared-networks": [{"name": "floor", "user-context": $2, "subnet4": [
+    {"subnet": "192.0.2.0/24", "user-context": $3}]}]}}
+END
+  "$kea" -c "$dir/conf" >"$dir/log" 2>&1 &
+  server=$!
+  until grep -qF -- "$4" "$dir/log" || [ $SECONDS -ge $end ] || ! kill -0 $server 2>/dev/null; do
+    sleep 0.02
+  done
+  # It may have said so and ended since.
+  if ! grep -qF -- "$4" "$dir/log"; then
+    failed=1
+    printf '%s\n  expected: %s\n  found:\n' "${*:1:3}" "$4"
+    cat "$dir/log"
+  fi
+  kill $server 2>/dev/null
+  wait $server
+  server=''
+}
+
+started='DHCP4_STARTED'
+bad='LUMENHARBOUR_BAD_PARAMETER'
+here="user context 'lumenharbour': parameter"
+says '{}' '{}' '{}' $started
+says '{"socket": "/run/s", "timeout-ms": 50, "tftp-server": "192.0.2.1", "ftp-server": "192.0.2.2", "ftp-username": "u",
+  "ftp-password": "p", "reboot-time": 9, "auth-msg": "a", "image-file": "i"}' \
+  '{"lumenharbour": {"auth-msg": "b"}}' '{"other": 1, "lumenharbour": {"reboot-time": 0}}' $started
+says '{"timeout-ms": 0}' '{}' '{}' "$bad parameter 'timeout-ms': expected a number of milliseconds"
+says '{"tftp-server": "here"}' '{}' '{}' "$bad parameter 'tftp-server': expected an IPv4 address"
+says '{"reboot-time": true}' '{}' '{}' "$bad parameter 'reboot-time': expected a number of seconds"
+says '{"sockett": "/run/s"}' '{}' '{}' "$bad parameter 'sockett' is unknown: expected one of socket"
+says '{}' '{"lumenharbour": {"ftp-server": "1.2.3"}}' '{}' "$bad shared network floor, $here 'ftp-server'"
+says '{}' '{}' '{"lumenharbour": {"auth-msg": ""}}' "$bad subnet 192.0.2.0/24, $here 'auth-msg'"
+says '{}' '{}' '{"lumenharbour": 7}' "$bad subnet 192.0.2.0/24, user context 'lumenharbour': expected a map"
+exit $failed
