@@ -1,18 +1,21 @@
 #!/bin/bash
-# Runs udhcpc's script with what a DHCP server may send, good and hostile: udhcpc_test.sh SOURCE DAEMON CTL
+# Runs udhcpc's script with what a DHCP server may send, good and hostile, then with a real lease, and the start script
+# with the real daemon: udhcpc_test.sh SOURCE DAEMON CTL
 #
-# Every case runs under both shells that switches have. The daemon's fixed paths have to be the test's own.
+# Every case runs under both shells that switches have. It wants paths, network and mounts of its own: scripts/private.
 set -u
 source=$1
 PATH=$(dirname "$2"):$(dirname "$3"):$PATH
 dir=$(mktemp -d) || exit 1
 script=$source/dhcp/udhcpc/lumenharbour.script
 state=$dir/lease/dhcp.options
-started=''
 failed=0
-# shellcheck disable=SC2317 # called by the trap
+
+# shellcheck disable=SC2046,SC2317 # one word a process; the trap calls it
 clean_up() {
-  [ -z "$started" ] || kill "$started" 2>/dev/null
+  kill -KILL $(jobs -p) 2>/dev/null
+  wait 2>/dev/null
+  umount "$dir/full" 2>/dev/null
   rm -rf "$dir"
 }
 trap clean_up EXIT
@@ -22,78 +25,189 @@ fail() { # fail WHAT EXPECTED FOUND
   printf '%s\n  expected: %s\n  found:    %s\n' "$@"
 }
 
+eventually() { # eventually WHAT LOG COMMAND...: tries it until it succeeds, or shows the log
+  local end=$((SECONDS + 20))
+  until "${@:3}" 2>/dev/null; do
+    [ $SECONDS -lt $end ] || { fail "$1" 'within 20 s' "$(cat "$2")"; return 1; }
+    sleep 0.05
+  done
+}
+
+# A daemon that never answers, while there is no other.
+mkdir "$dir/mute"
+printf '#!/bin/sh\necho $$ >"%s"\nexec sleep 600\n' "$dir/mute/pid" >"$dir/mute/lumenharbourd"
+chmod +x "$dir/mute/lumenharbourd"
+PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/mute/err" &
+mute=$!
+
+# --- what becomes of a reply ------------------------------------------------------------------------------------------
+
 run() { # run SHELL EVENT [VARIABLE=VALUE...]
   # shellcheck disable=SC2086 # two words for BusyBox
   env -i PATH="$PATH" LUMENHARBOUR_DHCP_STATE="$state" LUMENHARBOUR_UDHCPC_DIR="$dir/hooks.d" \
     LUMENHARBOUR_CONFIGURE=no interface=eth0 "${@:3}" $1 "$script" "$2" 2>"$dir/err"
 }
 
-gives() { # gives LINES REFUSAL VARIABLE=VALUE...: what a lease makes of these, and what is refused of them
+# gives LINES REFUSAL VARIABLE=VALUE...: what a reply leaves in the file, "-" for no file, and what is told, a pattern
+gives() {
   local shell found
   for shell in 'busybox ash' dash; do
-    rm -f "$state"
+    mkdir -p "$dir/lease"
+    echo old >"$state"
     run "$shell" bound "${@:3}"
-    found=$(tr '\n' ' ' <"$state")
-    [ "$found" = "${1:+$1 }" ] || fail "$shell: ${*:3}" "$1" "$found"
-    found=$(cat "$dir/err")
+    found=-
+    [ ! -e "$state" ] || found=$(tr '\n' ' ' <"$state")
+    [ "${found% }" = "$1" ] || fail "$shell: ${*:3}" "$1" "$found"
     # shellcheck disable=SC2053 # a pattern
-    [[ $found = ${2:+lumenharbour.script: refused: $2} ]] || fail "$shell: ${*:3}" "refused: $2" "$found"
+    [[ $(cat "$dir/err") = ${2:+lumenharbour.script: refused: $2} ]] || fail "$shell: ${*:3}" "$2" "$(cat "$dir/err")"
   done
 }
 
 all='imagelist=a.txt config-file=b image-file=c tftp-server=192.0.2.1 ftp-server=192.0.2.2 ftp-username=u'
-gives "$all ftp-password=p%s reboot-time=4294967295 auth-msg=hi" '' \
-  opt43=0105612e7478740201620301630404c00002010504c000020206017507037025730804ffffffff09026869
+gives "$all ftp-password=p%s reboot-time=4294967295 auth-msg=\$ {" '' \
+  opt43=0105612e7478740201620301630404c00002010504c000020206017507037025730804ffffffff090324207b
 gives 'imagelist=b' '' opt43=000001016200ff010163
 gives 'imagelist=b' '' opt43=c803aabbcc010162
-gives 'auth-msg=x' 'option 43, sub-option 1 (imagelist) has a control character' opt43=0103610a62090178
-gives 'auth-msg=x' 'option 43, sub-option 2 (configuration file) has a control character' opt43=020361007f090178
-gives 'auth-msg=x' '*sub-option 1 (imagelist) has a character that a shell interprets' opt43=0104613b6462090178
-gives 'auth-msg=x' '*sub-option 7 (FTP password) has a character that a shell interprets' opt43=0703246120090178
-gives 'auth-msg=x' '*sub-option 1 (imagelist) has a dash in front' opt43=01022d72090178
-gives 'auth-msg=x' '*sub-option 1 (imagelist) has no value' opt43=0100090178
-gives 'imagelist=b' '*sub-option 9 is 9 bytes long, and 1 are left' opt43=010162090978
-gives 'imagelist=b' '*sub-option 9 has no length' opt43=01016209
-gives 'imagelist=b' '*sub-option 4 (TFTP server) is 3 bytes long, expected 4' opt43=0403c00002010162
+gives 'imagelist=b' '' opt43=01016102000101620900 # the last one counts, and no text is none
+gives 'imagelist=d\a' '' opt43=0103645c61
+gives $'imagelist=\xc3\xbc\xff' '' opt43=0103c3bcff
+shell_text='a character that a shell interprets'
+gives - 'option 43, sub-option 1 (imagelist) has a control character' opt43=0901780103610a62
+gives - 'option 43, sub-option 2 (configuration file) has a control character' opt43=020361007f
+gives - 'option 43, sub-option 3 (image file) has a control character' opt43=03021f41
+gives - 'option 43, sub-option 9 (authentication message) has a control character' opt43=09017f010162
+gives - "*sub-option 7 (FTP password) has $shell_text" opt43=0702615c
+for byte in 20 22 24 26 27 28 29 2a 3b 3c 3e 3f 5b 60 7b 7c; do
+  gives - "*sub-option 6 (FTP user name) has $shell_text" opt43=010162060361${byte}62
+done
+for byte in 23 2d 7e; do
+  gives - "*sub-option 1 (imagelist) begins with '#', '-' or '~'" opt43=0102${byte}72
+  gives "imagelist=a$(printf %b "\\x$byte")" '' opt43=010261$byte
+done
+gives - '*sub-option 9 is 9 bytes long, and 1 are left' opt43=010162090978 siaddr=192.0.2.9
+gives - '*sub-option 9 has no length' opt43=01016209
+gives - '*sub-option 4 (TFTP server) is 3 bytes long, expected 4' opt43=0403c00002010162 siaddr=192.0.2.9
+gives - '*sub-option 8 (reboot time) is 5 bytes long, expected 4' opt43=08050000000001
 # shellcheck disable=SC2016 # that is what is sent
-gives '' '*is not written in hexadecimal' 'opt43=01$(id)'
-gives '' '*ends in half a byte' opt43=010
+gives - '*is not written in hexadecimal' 'opt43=01$(id)'
+gives - '*ends in half a byte' opt43=010
 gives 'tftp-server=192.0.2.7' '' opt150=c0000207c0000208 tftp=192.0.2.8 siaddr=192.0.2.9
-gives 'tftp-server=192.0.2.8' '' tftp=192.0.2.8 siaddr=192.0.2.9
-gives 'tftp-server=192.0.2.9' '' tftp=files.example siaddr=192.0.2.9
+gives 'tftp-server=192.0.2.8' '' opt150=00000000 tftp=192.0.2.8 siaddr=192.0.2.9
+gives 'tftp-server=192.0.2.9' '' opt150=c00002 tftp=files.example siaddr=192.0.2.9
 gives '' '' tftp=192.0.2.256 siaddr=0.0.0.0
+gives '' '' tftp=192.0.2.010 siaddr=$'192.0.2.1\nauth-msg=x'
+gives 'tftp-server=192.0.2.1' '' opt43=0404c0000201 opt150=c0000207
 gives 'ftp-server=192.0.2.2' '' opt43=0504c0000202 siaddr=192.0.2.9
+gives 'image-file=c' '' opt43=030163 bootfile=a.bin
 gives 'image-file=a.bin' '' bootfile=a.bin boot_file=b.bin
-gives 'image-file=b.bin' '' boot_file=b.bin
-gives '' 'the BOOTP file has a character that a shell interprets' 'boot_file=b;reboot'
+gives 'image-file=b.bin' "option 67 has $shell_text" 'bootfile=a;reboot' boot_file=b.bin
+gives '' 'the BOOTP file field has a control character' boot_file=$'b\ntftp-server=192.0.2.66'
+
+# --- the file, and who runs behind ------------------------------------------------------------------------------------
 
 for shell in 'busybox ash' dash; do
-  mkdir -p "$dir/hooks.d"
+  mkdir -p "$dir/hooks.d/directory"
   # shellcheck disable=SC2016 # for the hook to expand
   printf '#!/bin/sh\necho "$1 $interface" >>"%s"\n' "$dir/chained" >"$dir/hooks.d/50-other"
   chmod +x "$dir/hooks.d/50-other"
-  run "$shell" bound opt43=010162
-  [ "$(stat -c %a "$state")" = 600 ] || fail "$shell: mode" 600 "$(stat -c %a "$state")"
-  run "$shell" nak
-  [ -e "$state" ] || fail "$shell: nak" 'the values kept' 'no file'
-  run "$shell" deconfig
-  [ ! -e "$state" ] || fail "$shell: deconfig" 'no file' "$(cat "$state")"
-  [ "$(cat "$dir/chained")" = $'bound eth0\nnak eth0\ndeconfig eth0' ] || fail "$shell: chained" 'each event' "$(cat "$dir/chained")"
+  for event in deconfig nak leasefail; do
+    rm -rf "$dir/lease"
+    run "$shell" bound opt43=010162
+    [ "$(stat -c %a "$state")" = 600 ] || fail "$shell: mode" 600 "$(stat -c %a "$state")"
+    run "$shell" $event
+    [ ! -e "$state" ] || fail "$shell: $event" 'no file' "$(cat "$state")"
+  done
+  [ "$(tr '\n' , <"$dir/chained")" = 'bound eth0,deconfig eth0,bound eth0,nak eth0,bound eth0,leasefail eth0,' ] ||
+    fail "$shell: chained" 'each event' "$(cat "$dir/chained")"
   rm -r "$dir/hooks.d" "$dir/chained"
+  # Room for the old file alone.
+  mkdir -p "$dir/full"
+  mount -t tmpfs -o size=8k none "$dir/full" && echo old >"$dir/full/options" && head -c 4k /dev/zero >"$dir/full/rest"
+  run "$shell" renew opt43=010162 LUMENHARBOUR_DHCP_STATE="$dir/full/options" && fail "$shell: no room" 'a failure' none
+  grep -q "cannot write $dir/full/options" "$dir/err" || fail "$shell: no room" 'a complaint' "$(cat "$dir/err")"
+  [ "$(ls "$dir/full") $(cat "$dir/full/options")" = $'options\nrest old' ] ||
+    fail "$shell: no room" 'the old file alone' "$(tail "$dir/full/options"*)"
+  umount "$dir/full"
 done
 
-# The start script: the daemon, its service, and no socket left behind.
-LUMENHARBOUR_DIRECTOR_FILE=/nowhere "$source/packaging/lumenharbour-start" >"$dir/start" 2>&1 &
-started=$!
+# --- a real lease -----------------------------------------------------------------------------------------------------
+
+export LUMENHARBOUR_DHCP_STATE=$state LUMENHARBOUR_UDHCPC_DIR=/nowhere LUMENHARBOUR_UDHCPC_PID=$dir/pid
+unshare -n sleep 600 &
+switch=$!
+# shellcheck disable=SC2317 # eventually calls them
+is_apart() { [ "$(readlink "/proc/$switch/ns/net")" != "$(readlink /proc/self/ns/net)" ]; }
+# shellcheck disable=SC2317
+says() { [ "$(tr '\n' ' ' <"$state")" = "$1 " ]; } # says LINES: the file does
+interface() { # what became of the switch's interface
+  nsenter -t $switch -n ip address show dev lease1 | grep -o 'mtu [0-9]*\|inet [^ ]* brd [^ ]*'
+  nsenter -t $switch -n ip route show default
+}
+serve() { # serve OPTION-43: a DHCP server, in place of the last one
+  [ -z "${server:-}" ] || { kill "$server"; wait "$server"; } 2>/dev/null
+  printf '%s\n' 'start 192.0.2.20' 'end 192.0.2.20' 'interface lease0' "lease_file $dir/leases" 'siaddr 192.0.2.9' \
+    'boot_file b.bin' 'opt subnet 255.255.255.128' 'opt router 192.0.2.1' 'opt mtu 1400' "opt 43 $1" >"$dir/conf"
+  busybox udhcpd -f -a 200 "$dir/conf" >>"$dir/server" 2>&1 &
+  server=$!
+}
+
+eventually 'a namespace' /dev/null is_apart
+ip link add lease0 type veth peer name lease1 netns $switch
+ip address add 192.0.2.1/25 dev lease0
+ip link set lease0 up
+touch "$dir/leases"
+serve 0101610901ff
+nsenter -t $switch -n "$source/dhcp/udhcpc/lumenharbour-udhcpc" lease1 4711 -T 1 >"$dir/client" 2>&1 &
+eventually 'a lease' "$dir/client" says $'imagelist=a image-file=b.bin tftp-server=192.0.2.9 auth-msg=\xff'
+found=$(interface)
+[ "$found" = $'mtu 1400\ninet 192.0.2.20/25 brd 192.0.2.127\ndefault via 192.0.2.1 dev lease1 ' ] ||
+  fail interface 'address, MTU and route' "$found"
+serve 0101620404c0000207
+"$source/dhcp/udhcpc/lumenharbour-renew" || fail lumenharbour-renew 'exit 0' "$?"
+eventually 'fresh values' "$dir/client" says 'imagelist=b image-file=b.bin tftp-server=192.0.2.7'
+kill -STOP "$server"
+"$source/dhcp/udhcpc/lumenharbour-renew" # too soon after the last
+"$source/dhcp/udhcpc/lumenharbour-renew"
+grep -c 'sending renew' "$dir/client" | grep -qx 1 || fail 'renewals in 15 s' 1 "$(cat "$dir/client")"
+kill -USR2 "$(cat "$dir/pid")"
+eventually 'no values without a lease' "$dir/client" test ! -e "$state"
+echo "$switch" >"$dir/pid"
+"$source/dhcp/udhcpc/lumenharbour-renew" 2>"$dir/err" && fail 'a stale pid file' 'a failure' none
+kill -0 "$switch" || fail 'a stale pid file' 'its process left alone' 'no process'
+
+# --- the start script -------------------------------------------------------------------------------------------------
+
+start() { # start DIRECTOR-FILE: until the daemon is a client
+  LUMENHARBOUR_DIRECTOR_FILE=$1 "$source/packaging/lumenharbour-start" >"$dir/start" 2>&1 &
+  started=$!
+}
+ends() { # ends STATUS: on SIGTERM, without a socket left behind
+  kill $started
+  wait $started
+  found="exit $?, $(ls /tmp/*.socket 2>&1)"
+  [[ $found = "exit $1, ls: cannot access"* ]] || fail 'lumenharbour-start on SIGTERM' "exit $1 and no socket" "$found"
+}
+
+wait $mute
+found="$? $(cat "$dir/mute/err")"
+[ "$found" = '1 lumenharbour-start: the daemon did not answer within 10 s and was killed' ] ||
+  fail 'mute daemon' 1 "$found"
+kill -0 "$(cat "$dir/mute/pid")" 2>/dev/null && fail 'mute daemon' killed alive
+ip link set lo up
+echo '{"director": {"address": "127.0.0.1"}, "defaults": {"image": "v1.bin"}}' >"$dir/director.yaml"
+CLIENTS=7 start "$dir/director.yaml"
+lumenharbourctl --timeout 10 wait --for default-image=v1.bin --for client-max=7 ||
+  fail lumenharbour-start 'a director of 7 clients' "$(cat "$dir/start")"
+ends 143
+echo 'grops: []' >"$dir/director.yaml"
+start "$dir/director.yaml"
+eventually 'a complaint' "$dir/start" grep -q "GOES ON WITHOUT $dir/director.yaml: .*'grops'" "$dir/start"
 lumenharbourctl --timeout 10 wait --for role=client || fail lumenharbour-start 'a client' "$(cat "$dir/start")"
-kill $started
-wait $started
-if [ $? != 143 ] || [ -e /tmp/lumenHarbour.socket ]; then
-  fail 'lumenharbour-start, ended' 'exit 143 and no socket' "$(ls /tmp)"
-fi
-started=''
+ends 143
+printf '#!/bin/sh\nexit 3\n' >"$dir/mute/lumenharbourd"
+PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/err"
+[ $? = 3 ] || fail 'a daemon that ends' 'exit 3' "$(cat "$dir/err")"
 PATH=/nowhere /bin/sh "$source/packaging/lumenharbour-start" 2>"$dir/err"
-if [ $? != 127 ] || ! grep -q 'lumenharbourd is not in /nowhere' "$dir/err"; then
-  fail 'no daemon' 'exit 127' "$(cat "$dir/err")"
-fi
+found="$? $(cat "$dir/err")"
+[ "$found" = '127 lumenharbour-start: lumenharbourd is not in /nowhere' ] || fail 'no daemon' 127 "$found"
 exit $failed
