@@ -86,6 +86,11 @@ class Maker {
     print_line(plural(told_.size(), "change ", "changes ") + (call_.args.dry_run ? "to make" : "made"));
   }
 
+  /// Tells in JSON what was changed before a failure; plain lines have told it.
+  void break_off() const {
+    if (call_.args.is_json() && !told_.empty()) finish();
+  }
+
  private:
   void send(const Change& change, const Set& set) const {
     const tLumenHarbourAttr& attr = attr_of(set.row, set.cmd);
@@ -469,13 +474,8 @@ bool sets_address(const std::vector<Change>& changes) {
                      [](const Change& change) { return change.sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP; });
 }
 
-}  // namespace
-
-void apply(const Call& call) {
-  if (call.args.read_only && !call.args.dry_run)
-    throw Failure{EXIT_USAGE, "cannot apply " + call.args.file + ": --read-only refuses changes",
-                  "--dry-run prints them"};
-  const Document wanted = read_document(call.args.file);
+/// Makes all changes that `wanted` asks for.
+void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   const std::string attempt = "apply " + wanted.file;
   State now = read_state(call);
   Planner first(call, wanted, now, false);
@@ -484,9 +484,8 @@ void apply(const Call& call) {
   const bool was_director = now.is_director();
   const bool is_assumed = call.args.dry_run && !was_director && wanted.needs_director() && sets_address(role);
 
-  Maker maker(call);
   // A director's changes are all planned before the first is made; another switch must become one to be planned for.
-  if (!was_director) maker.make(role);
+  if (!was_director) maker->make(role);
   if (!was_director && !call.args.dry_run && !role.empty()) now = read_state(call);
   if (wanted.needs_director() && !is_assumed) require_director(call, attempt);
   Planner rest(call, wanted, now, is_assumed);
@@ -497,12 +496,28 @@ void apply(const Call& call) {
   rest.plan_stop();
   rest.check_pools();
   if (was_director && !role.empty()) {
-    maker.make(role);
+    maker->make(role);
     // Another address may have ended the role, and a client takes a director's attributes without effect.
     if (wanted.needs_director()) require_director(call, attempt);
   }
-  maker.make(rest.changes());
+  maker->make(rest.changes());
   rest.note_unlisted();
+}
+
+}  // namespace
+
+void apply(const Call& call) {
+  if (call.args.read_only && !call.args.dry_run)
+    throw Failure{EXIT_USAGE, "cannot apply " + call.args.file + ": --read-only refuses changes",
+                  "--dry-run prints them"};
+  const Document wanted = read_document(call.args.file);
+  Maker maker(call);
+  try {
+    apply_document(call, wanted, &maker);
+  } catch (const Failure&) {
+    maker.break_off();
+    throw;
+  }
   maker.finish();
 }
 

@@ -147,6 +147,59 @@ int timeout_ms_of(const Arguments& args) {
   return args.condition.empty() ? ms : std::min(ms, DEFAULT_TIMEOUT_MS);
 }
 
+/// @return the format that the words ask for, be they a line or not.
+std::string format_of(const std::vector<std::string>& words, const std::string& unset) {
+  std::string format = unset;
+  for (std::size_t i = 0; i < words.size() && words[i] != "--"; i++) {
+    const std::string& word = words[i];
+    if ((word == "-f" || word == "--format") && i + 1 < words.size()) format = words[++i];
+    for (const std::string_view attached : {"-f", "--format="})
+      if (word.size() > attached.size() && word.starts_with(attached)) format = word.substr(attached.size());
+  }
+  return format;
+}
+
+CommandLine take_apart(const std::vector<std::string>& words, const Arguments& defaults) {
+  CommandLine line{nullptr, defaults, ""};
+  std::vector<std::string> rest = words;
+  if (!rest.empty() && rest.front() == "help") {
+    rest.erase(rest.begin());
+    rest.emplace_back(HELP);
+  }
+  std::string path;
+  line.command = take_command(&rest, &path);
+  const bool is_family = line.command != nullptr && line.command->run == nullptr;
+
+  CLI::App app(line.command == nullptr         ? SUMMARY
+               : line.command->help == nullptr ? ""
+                                               : line.command->help,
+               std::string(TOOL) + (path.empty() ? "" : " ") + path);
+  app.set_help_flag(OPTIONS[0].name, OPTIONS[0].help);
+  app.add_flag(OPTIONS[1].name, OPTIONS[1].help);
+  for (const Argument& option : OPTIONS.subspan(2)) add(&app, &line.args, option);
+  if (line.command != nullptr)
+    for (const Argument& argument : line.command->arguments) add(&app, &line.args, argument);
+  if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line.command, path);
+  if (is_there(rest, VERSION)) line.help = std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
+  if (!line.help.empty()) return line;
+  if (is_family) fail_usage('\'' + path + "' wants one more word", see_help(path));
+  try {
+    std::reverse(rest.begin(), rest.end());
+    app.parse(std::move(rest));
+  } catch (const CLI::ParseError& error) {
+    fail_usage(error.what(), see_help(path));
+  }
+  line.args.has_value = line.command != nullptr && has_value(app, *line.command);
+  return line;
+}
+
+void run_command(const CommandLine& line) {
+  const Command& command = *line.command;
+  if (command.changes && line.args.read_only)
+    fail_usage('\'' + std::string(command.path) + "' changes the daemon", "it is refused with --read-only");
+  command.run({Daemon({line.args.socket, timeout_ms_of(line.args)}), line.args, command});
+}
+
 }  // namespace
 
 double seconds_of(const std::string& text, const char* what) {
@@ -197,37 +250,12 @@ const Command* take_command(std::vector<std::string>* words, std::string* path) 
 }
 
 CommandLine parse(const std::vector<std::string>& words, const Arguments& defaults) {
-  CommandLine line{nullptr, defaults, ""};
-  std::vector<std::string> rest = words;
-  if (!rest.empty() && rest.front() == "help") {
-    rest.erase(rest.begin());
-    rest.emplace_back(HELP);
-  }
-  std::string path;
-  line.command = take_command(&rest, &path);
-  const bool is_family = line.command != nullptr && line.command->run == nullptr;
-
-  CLI::App app(line.command == nullptr         ? SUMMARY
-               : line.command->help == nullptr ? ""
-                                               : line.command->help,
-               std::string(TOOL) + (path.empty() ? "" : " ") + path);
-  app.set_help_flag(OPTIONS[0].name, OPTIONS[0].help);
-  app.add_flag(OPTIONS[1].name, OPTIONS[1].help);
-  for (const Argument& option : OPTIONS.subspan(2)) add(&app, &line.args, option);
-  if (line.command != nullptr)
-    for (const Argument& argument : line.command->arguments) add(&app, &line.args, argument);
-  if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line.command, path);
-  if (is_there(rest, VERSION)) line.help = std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
-  if (!line.help.empty()) return line;
-  if (is_family) fail_usage('\'' + path + "' wants one more word", see_help(path));
   try {
-    std::reverse(rest.begin(), rest.end());
-    app.parse(std::move(rest));
-  } catch (const CLI::ParseError& error) {
-    fail_usage(error.what(), see_help(path));
+    return take_apart(words, defaults);
+  } catch (Failure& failure) {
+    failure.format = format_of(words, defaults.format);
+    throw;
   }
-  line.args.has_value = line.command != nullptr && has_value(app, *line.command);
-  return line;
 }
 
 void run(const CommandLine& line) {
@@ -235,11 +263,13 @@ void run(const CommandLine& line) {
     std::fputs(line.help.c_str(), stdout);
     return flush_output();
   }
-  const Command& command = *line.command;
-  if (command.changes && line.args.read_only)
-    fail_usage('\'' + std::string(command.path) + "' changes the daemon", "it is refused with --read-only");
-  command.run({Daemon({line.args.socket, timeout_ms_of(line.args)}), line.args, command});
-  flush_output();
+  try {
+    run_command(line);
+    flush_output();
+  } catch (Failure& failure) {
+    failure.format = line.args.format;
+    throw;
+  }
 }
 
 }  // namespace lumenharbour::ctl

@@ -9,7 +9,7 @@ namespace {
 constexpr std::string_view AUTO[] = {"auto"};
 constexpr std::string_view NONE[] = {"none"};
 constexpr std::string_view GROUP_TYPES[] = {"mac", "pid"};
-constexpr std::string_view FORMATS[] = {"plain", "json"};
+constexpr std::string_view FORMATS[] = {"plain", FORMAT_JSON};
 constexpr std::string_view SHOW[] = {"show"};
 
 constexpr Argument GROUP = {"GROUP", &Arguments::row, true, "group id or name", "", Hint::group};

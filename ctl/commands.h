@@ -29,10 +29,13 @@ enum Exit : int {
 /// Why a command was not done.
 struct Failure {
   Exit exit;
-  std::string message;  ///< what was tried, and why it failed
-  std::string advice;   ///< what to do about it; may be empty
-  int code = 0;         ///< the daemon's code, 0 where it gave none
+  std::string message;      ///< what was tried, and why it failed
+  std::string advice;       ///< what to do about it; may be empty
+  int code = 0;             ///< the daemon's code, 0 where it gave none
+  std::string format = {};  ///< that the line asked for which failed; empty before any was
 };
+
+inline constexpr char FORMAT_JSON[] = "json";
 
 /// What the command line said. `COMMANDS` tells which fields a command fills.
 struct Arguments {
@@ -66,7 +69,7 @@ struct Arguments {
   std::vector<std::string> condition;  ///< wait: what must hold
 
   /// @return true when JSON is wanted.
-  bool is_json() const { return format == "json"; }
+  bool is_json() const { return format == FORMAT_JSON; }
 };
 
 /// What completion offers in an argument's place.

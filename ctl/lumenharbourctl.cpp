@@ -23,27 +23,17 @@ void run_all(const CommandLine& line) {
   }
 }
 
-/// @return what the words say of the format, for failures that come before they are understood.
-Arguments format_of(const std::vector<std::string>& words) {
-  Arguments args;
-  for (std::size_t i = 0; i < words.size() && words[i] != "--"; i++) {
-    const bool is_next = i + 1 < words.size() && words[i + 1] == "json";
-    const bool is_json = words[i] == "-fjson" || words[i] == "--format=json" ||
-                         ((words[i] == "-f" || words[i] == "--format") && is_next);
-    if (is_json) args.format = "json";
-  }
-  return args;
-}
-
 }  // namespace
 
 int main(int argc, char** argv) {
-  const std::vector<std::string> words(argv + 1, argv + argc);
+  Arguments args;
   try {
-    run_all(parse(words, {}));
+    const CommandLine line = parse({argv + 1, argv + argc}, {});
+    args = line.args;
+    run_all(line);
     return EXIT_DONE;
   } catch (const Failure& failure) {
-    print_failure(format_of(words), failure);
+    print_failure(args, failure);
     return failure.exit;
   }
 }

@@ -135,7 +135,7 @@ void note(const std::string& sentence) {
 
 void print_failure(const Arguments& args, const Failure& failure) {
   const Code* const code = find_code(failure.code);
-  if (!args.is_json()) {
+  if ((failure.format.empty() ? args.format : failure.format) != FORMAT_JSON) {
     std::fflush(stdout);
     return note(printable(failure.message) + (failure.advice.empty() ? "" : "; ") + printable(failure.advice));
   }

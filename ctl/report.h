@@ -43,6 +43,8 @@ void print_table(const Arguments& args, const std::vector<std::string>& headings
 void note(const std::string& sentence);
 
 /// Prints why a command failed: a sentence on standard error, or a JSON object on standard output.
+///
+/// @param[in] args  say the format where the failure does not
 void print_failure(const Arguments& args, const Failure& failure);
 
 /// Sees to it that all that was printed is written. @throws Failure when it cannot be.

@@ -193,6 +193,8 @@ several() {
   expect 2 $'on\n! line 3: '"$error" <<<$'get state\n# a note\nget stat\ndefault image v9.bin'
   expect_json 2 'd[0] == {"state": "on"} and len(d) == 2' -c 'get state' -c 'get stat' -c 'default image v9.bin'
   expect 2 $'v1.bin\n! \'client flush\' changes the daemon; *' --read-only -c 'get default-image' -c 'client flush'
+  expect 2 '{"error":{"status":"usage",*' -c '-f json get stat'
+  expect 2 "! $error" -f json -c '-f plain get stat'
   expect 0 'a b.bin' -c "default image 'a b.bin'" -c 'get default-image'
   expect_json 0 'd == [{"status": "done"}]' default image v1.bin
 }
