@@ -3,7 +3,7 @@ CMAKE ?= cmake
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo test bench check format clean install
+.PHONY: all demo lab test bench check format clean install
 
 all:
 	$(CMAKE) -S . -B $(BUILD) -G Ninja -DLUMENHARBOUR_TESTS=OFF $(CMAKE_FLAGS)
@@ -13,6 +13,12 @@ demo:
 	scripts/bootstrap demo
 	$(MAKE) all
 	lab/demo
+
+# LAB holds options of lab/lab run.
+lab:
+	scripts/bootstrap dhcp
+	$(MAKE) all
+	lab/lab run $(LAB)
 
 # TEST=--all adds Clang, the sanitizers and a static daemon.
 test:

@@ -1,0 +1,236 @@
+"""Faults on demand, and what is expected of the switches then."""
+
+import asyncio
+import dataclasses
+import os
+import signal
+from typing import Any, Callable, Optional
+
+import plan
+from rack import LabError, until
+
+
+@dataclasses.dataclass(frozen=True)
+class Fault:
+    """A fault, and what makes it easy to hit the moment."""
+
+    name: str
+    what: str
+    run: Callable[[Any], Any]  # of a lab whose director works
+    is_slow: bool = False  # images take seconds
+    clock_speed: Optional[int] = None
+
+
+FAULTS = {}
+
+
+def fault(what, **how):
+    """Enters a function in the table of faults, under its own name."""
+
+    def enter(run):
+        name = run.__name__.replace("_", "-")
+        FAULTS[name] = Fault(name, what, run, **how)
+        return run
+
+    return enter
+
+
+def described():
+    return "; ".join(f"{entry.name}: {entry.what}" for entry in FAULTS.values()) + "; all: one after the other"
+
+
+def nothing_installed(lab):
+    return not any(switch.image_sum() or switch.config_sum() for switch in lab.switches)
+
+
+def partial(lab, switch):
+    """Returns whether a switch has a part of its image and not all of it."""
+    try:
+        size = os.path.getsize(switch.path(f"/tmp/{switch.place.group.image}"))
+    except OSError:
+        return False
+    return switch.stage == "image" and 0 < size < lab.director.image_size
+
+
+def asked(switch):
+    """Returns how often a switch has asked for a DHCP server."""
+    return sum("broadcasting discover" in line for line in switch.lines)
+
+
+def failed_again(lab, times):
+    """Returns a condition: that a switch has failed so many times more."""
+    before = {switch: switch.failures for switch in lab.switches}
+    return lambda switch: switch.failures >= before[switch] + times
+
+
+@fault("the file server takes requests and does not answer")
+async def server_silent(lab):
+    lab.director.files.send(signal.SIGSTOP)
+    lives = await lab.power_on()
+    if lab.transport == "tftp":
+        await lab.all("a given-up attempt of each switch", lambda switch: switch.failures > 0)
+        lab.check("each switch gives up and tries again", True)
+        lab.check("nothing is installed", nothing_installed(lab))
+    # A switch that did not get its imagelist goes on with its configuration alone, which is not to arrive then.
+    await lab.all("each switch asking for its imagelist", lambda switch: switch.stage == "list")
+    if lab.transport == "ftp":
+        first = lab.switches[0]
+        status, _ = await first.ctl("--timeout", "2", "get", "state")
+        lab.check("a daemon that waits for the server does not answer lumenharbourctl, exit status 5", status == 5)
+        lab.check("nothing is installed", nothing_installed(lab))
+    lab.director.files.send(signal.SIGCONT)
+    await lives
+
+
+@fault("the file server refuses the images")
+async def server_refuses(lab):
+    lab.director.withdraw(".bin")
+    lives = await lab.power_on()
+    await lab.all("two refused attempts of each switch", lambda switch: switch.failures >= 2)
+    lab.check("each switch tries again", True)
+    lab.check("nothing is installed, configurations neither", nothing_installed(lab))
+    lab.director.restore(".bin")
+    await lives
+
+
+@fault("the file server ends in the middle of every image", is_slow=True)
+async def server_breaks(lab):
+    lives = await lab.power_on()
+    await lab.all("a part of the image on each switch", lambda switch: partial(lab, switch))
+    await lab.director.files.end()
+    await lab.all("a failed attempt of each switch", failed_again(lab, 1))
+    lab.check("no part of an image is written to flash, no configuration saved", nothing_installed(lab))
+    # A switch whose imagelist was refused a moment before would go on with its configuration alone.
+    lab.director.withdraw(".cfg")
+    await lab.director.start_files()
+    await lab.all("each switch with its image", lambda switch: switch.image_sum())
+    lab.director.restore(".cfg")
+    await lives
+
+
+@fault("the director's daemon is down while switches ask, and comes back")
+async def director_away(lab):
+    await lab.director.daemon.end()
+    os.unlink(lab.director.path("/tmp/lumenHarbour.socket"))
+    lives = await lab.power_on()
+    await lab.all("an address of each switch, without names", lambda switch: switch.names() == {})
+    lab.check("each switch gets an address and no names", True)
+    await lab.all("a failed attempt of each switch", lambda switch: switch.failures > 0)
+    lab.check("nothing is fetched", not any(switch.fetched for switch in lab.switches))
+    lab.check("the hook tells it once", lab.director.notices == ["AWAY"])
+    await lab.director.start_daemon()
+    await lives
+    lab.check("the hook tells once that it is back", lab.director.notices == ["AWAY", "BACK"])
+
+
+@fault("the DHCP server presents a wrong authentication message, until it is corrected")
+async def wrong_auth(lab):
+    await lab.director.dhcp.end(signal.SIGTERM)
+    lab.director.auth = "somebodyelse"
+    await lab.director.start_dhcp()
+    lives = await lab.power_on()
+    await lab.all("two failed attempts of each switch", lambda switch: switch.failures >= 2)
+    images = [name for switch in lab.switches for name in switch.fetched if not name.endswith(".txt")]
+    lab.check("no image and no configuration is asked for", not images)
+    lab.check("nothing is installed", nothing_installed(lab))
+    await lab.director.dhcp.end(signal.SIGTERM)
+    lab.director.auth = "quaylanterns"
+    await lab.director.start_dhcp()
+    await lives
+
+
+@fault("each imagelist begins with somebody else's line")
+async def foreign_line(lab):
+    for group in plan.GROUPS.values():
+        path = lab.director.path(f"/tmp/{group.imagelist}")
+        with open(path) as file:
+            line = file.read()
+        with open(path, "w") as file:
+            file.write(f"mac=02:00:5e:ff:ff:ff;imagefile=other.bin;cfgfile=other.cfg;\n{line}")
+    await (await lab.power_on())
+    others = [name for switch in lab.switches for name in switch.fetched if name.startswith("other")]
+    lab.check("nobody asks for what that line names", not others)
+
+
+@fault("the DHCP server is killed when the first switch has its lease, and is away while the others ask")
+async def dhcp_restart(lab):
+    first, *others = lab.switches
+    life = await lab.power_on([first])
+    await until("the first lease", lambda: first.address, lab.left())
+    leased = first.address
+    await lab.director.dhcp.end()
+    lives = await lab.power_on(others)
+    await until("the others asking twice", lambda: all(asked(switch) > 1 for switch in others), lab.left())
+    lab.check("nobody else has an address", not any(switch.address for switch in others))
+    await lab.director.start_dhcp()
+    await life
+    await lives
+    lab.check("the first switch keeps its address", first.address == leased)
+    lab.check("no address is given twice", len({switch.address for switch in lab.switches}) == len(lab.switches))
+
+
+@fault("a group is deactivated after its switches were told of it", clock_speed=12)
+async def group_off(lab):
+    group = plan.GROUPS["mac"]
+    lab.without_image = {switch for switch in lab.switches if switch.place.group is group}
+    if not lab.without_image:
+        raise LabError("takes a switch of the MAC group")
+    lives = await lab.power_on()
+    await lab.all("the names of each switch", lambda switch: switch.names())
+    lab.check("no switch has begun to fetch", not any(switch.fetched for switch in lab.switches))
+    await lab.director.ctl("group", "deactivate", group.name)
+    await lives
+    lab.check(
+        "its switches find no imagelist, and have only the configuration that DHCP named",
+        all(switch.ok and not switch.image_sum() for switch in lab.without_image),
+    )
+
+
+@fault("the first switch loses power while it fetches its image", is_slow=True)
+async def power_loss(lab):
+    victim = lab.switches[0]
+    lives = await lab.power_on()
+    await until("a part of the first switch's image", lambda: partial(lab, victim), lab.left())
+    await victim.power_off()
+    lab.check("its flash is as it was", not victim.image_sum() and not victim.config_sum())
+    asked = len(victim.fetched)
+    victim.power_on()
+    await lives
+    lab.check("it begins anew, with its imagelist", victim.fetched[asked].endswith(".txt"))
+
+
+@fault("the first switch gives its address back, and the second vanishes until its lease is over")
+async def lease_ends(lab):
+    if len(lab.switches) < 2:
+        raise LabError("takes two switches or more")
+    released, vanished, *others = lab.switches
+    await (await lab.power_on())
+    lab.check("the director knows every switch", await known(lab) == macs(lab.switches))
+    with open(released.path("/run/lumenharbour/udhcpc.pid")) as file:
+        os.kill(int(file.read()), signal.SIGUSR2)
+    await forgets(lab, [vanished, *others])
+    lab.check("it forgets the first, and that alone", True)
+    await vanished.power_off()
+    await lab.director.dhcp.end(signal.SIGTERM)
+    lab.director.let_expire(vanished.place.mac)
+    await lab.director.start_dhcp()
+    await forgets(lab, others)
+    lab.check("it forgets the second, and that alone", True)
+
+
+def macs(switches):
+    return {switch.place.mac for switch in switches}
+
+
+async def known(lab):
+    """Returns the MAC addresses that the director knows."""
+    said = await lab.director.ctl("show", "client")
+    return {word for line in said for word in line.split() if word.count(":") == 5}
+
+
+async def forgets(lab, left):
+    """Waits until the director knows these switches alone."""
+    while (now := await known(lab)) != macs(left):
+        if not macs(left) < now or lab.left() == 0:
+            raise LabError(f"the director knows {', '.join(sorted(now))}")
+        await asyncio.sleep(0.1)
