@@ -202,7 +202,10 @@ void put_names(const Pkt4Ptr& query, const Pkt4Ptr& reply, const Settings& setti
   const std::size_t room = std::min(limit > used ? limit - used : 0, SUBOPTION_MAX);
   const Bytes value = encode_option43(settings, names);
   if (value.size() > room) {
-    LOG_ERROR(logger, NO_ROOM).arg(query->getLabel()).arg(value.size()).arg(room);
+    static Pace pace;
+    if (pace.is_due(std::chrono::steady_clock::now())) {
+      LOG_ERROR(logger, NO_ROOM).arg(query->getLabel()).arg(value.size()).arg(room);
+    }
     return;
   }
   if (value.empty()) return;

@@ -15,6 +15,7 @@ constexpr std::size_t DATAGRAM_MIN = 576;
 constexpr std::size_t IP_AND_UDP_HEADERS = 20 + 8;
 
 constexpr std::chrono::seconds RETRY_AFTER{1};
+constexpr std::chrono::minutes TELL_AFTER{1};
 
 std::string expected(const std::string& name, const std::string& what) {
   return "parameter '" + name + "': expected " + what;
@@ -189,6 +190,13 @@ Director::News Director::answered(bool is_answer) {
   is_away_ = !is_answer;
   if (was_away == is_away_) return News::none;
   return is_away_ ? News::away : News::back;
+}
+
+bool Pace::is_due(Time now) {
+  const std::lock_guard lock(mutex_);
+  if (last_ && now < *last_ + TELL_AFTER) return false;
+  last_ = now;
+  return true;
 }
 
 }  // namespace lumenharbour::dhcp

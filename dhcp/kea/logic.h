@@ -102,4 +102,19 @@ class Director {
   Time next_{};
 };
 
+/// Keeps what each packet would repeat from filling the log: lets it through once a minute.
+class Pace {
+ public:
+  using Time = std::chrono::steady_clock::time_point;
+
+  Pace() noexcept = default;
+
+  /// @return true when it is to be told now, by one thread.
+  bool is_due(Time now);
+
+ private:
+  std::mutex mutex_;
+  std::optional<Time> last_;
+};
+
 }  // namespace lumenharbour::dhcp
