@@ -108,5 +108,15 @@ TEST(KeaDirector, IsAskedOnceASecondWhileAway) {
   EXPECT_TRUE(director.is_worth_asking(start + 1s));
 }
 
+TEST(KeaPace, LetsThroughOnceAMinute) {
+  using namespace std::chrono_literals;
+  Pace pace;
+  const Pace::Time start = Pace::Time{} + 1h;
+  EXPECT_TRUE(pace.is_due(start));
+  EXPECT_FALSE(pace.is_due(start + 59s));
+  EXPECT_TRUE(pace.is_due(start + 60s));
+  EXPECT_FALSE(pace.is_due(start + 61s));
+}
+
 }  // namespace
 }  // namespace lumenharbour::dhcp

@@ -195,9 +195,11 @@ found="$? $(cat "$dir/mute/err")"
 kill -0 "$(cat "$dir/mute/pid")" 2>/dev/null && fail 'mute daemon' killed alive
 ip link set lo up
 echo '{"director": {"address": "127.0.0.1"}, "defaults": {"image": "v1.bin"}}' >"$dir/director.yaml"
-CLIENTS=7 start "$dir/director.yaml"
+echo SOCKET_GROUP=root CLIENTS=8 >"$dir/conf"
+LUMENHARBOUR_CONF=$dir/conf CLIENTS=7 start "$dir/director.yaml"
 lumenharbourctl --timeout 10 wait --for default-image=v1.bin --for client-max=7 ||
   fail lumenharbour-start 'a director of 7 clients' "$(cat "$dir/start")"
+[ "$(stat -c %a /tmp/*.socket)" = 660 ] || fail 'socket for a group' 660 "$(stat /tmp/*.socket)"
 ends 143
 echo 'grops: []' >"$dir/director.yaml"
 start "$dir/director.yaml"
