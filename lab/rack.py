@@ -23,7 +23,7 @@ async def until(what, holds, seconds=30):
     end = time.monotonic() + seconds
     while not holds():
         if time.monotonic() > end:
-            raise LabError(f"no sign of this within {seconds:g} s: {what}")
+            raise LabError(f"not within {seconds:.1f} s: {what}")
         await asyncio.sleep(0.02)
 
 

@@ -93,8 +93,10 @@ class Progress:
 
 def title(lab):
     fault = f"\n   fault: {lab.fault.name}, {lab.fault.what}" if lab.fault else ""
+    plural = "es" if len(lab.places) > 1 else ""
     print(
-        f"\n== {len(lab.places)} factory-fresh switches and a director, files by {lab.transport.upper()}{fault}",
+        f"\n== {len(lab.places)} factory-fresh switch{plural} and a director, files by {lab.transport.upper()}; "
+        f"a daemon's clock runs {lab.speed} times faster{fault}",
         flush=True,
     )
 
@@ -102,7 +104,7 @@ def title(lab):
 def table(rows):
     """Prints rows of texts in columns; numbers are set to the right."""
     widths = [max(map(len, column)) for column in zip(*rows)]
-    numeric = [all(cell.replace(".", "").isdigit() for cell in column[1:]) for column in zip(*rows)]
+    numeric = [all(cell.replace(".", "", 1).isdigit() for cell in column[1:]) for column in zip(*rows)]
     for row in rows:
         cells = (cell.rjust(width) if right else cell.ljust(width) for cell, width, right in zip(row, widths, numeric))
         print("  ".join(cells).rstrip())
@@ -110,7 +112,7 @@ def table(rows):
 
 def result(lab):
     """Prints what came of each switch, and of the expectations of a fault."""
-    heads = ["SWITCH", "GROUP", "ADDRESS", "IMAGELIST", "IMAGE BYTES", "CONFIGURATION", *STAGES, "VERDICT"]
+    heads = ["SWITCH", "GROUP", "ADDRESS", "IMAGELIST", "BYTES", "CONFIG", *STAGES, "VERDICT"]
     rows = [heads]
     for switch in lab.switches:
         group = switch.place.group
@@ -126,7 +128,7 @@ def result(lab):
                 switch.verdict or "not done",
             ]
         )
-    print("\nSeconds in each stage: dhcp, wait and so on.")
+    print("\nFrom dhcp to boot: seconds in each stage.")
     table(rows)
     print()
     if lab.checks:
@@ -136,7 +138,10 @@ def result(lab):
 
 def summary(lab):
     done = sum(switch.ok for switch in lab.switches)
-    print(f"{done} of {len(lab.switches)} switches as they should be, in {lab.seconds:.1f} s")
+    print(
+        f"{done} of {len(lab.switches)} switches as they should be, by checksum, before their reboot and after it, "
+        f"in {lab.seconds:.1f} s"
+    )
     own = [switch.own_ms for switch in lab.switches if switch.own_ms is not None]
     if lab.director_ms is None or not own:
         return
