@@ -118,7 +118,7 @@ class Director:
             for name, severity in (("kea-dhcp4", "WARN"), ("kea-dhcp4.lumenharbour-hooks", "INFO"))
         ]
         (hook,) = dhcp["hooks-libraries"]
-        hook["library"] = f"{self.build}/liblumenharbour-kea.so"
+        hook["library"] = f"{rack.BIN}/liblumenharbour-kea.so"
         hook["parameters"] = {"reboot-time": 60, "auth-msg": self.auth, **self.server_parameters()}
         dhcp["subnet4"] = [
             {
@@ -163,7 +163,7 @@ class Director:
             await self._is_there(self.files, lambda: self.listens("udp", 69))
         else:
             limit = SLOW if self.is_slow else 0
-            words = [f"{self.root}/lab/ftp_server", plan.DIRECTOR, plan.USER, plan.PASSWORD, "/tmp", str(limit)]
+            words = ["ftp_server", plan.DIRECTOR, plan.USER, plan.PASSWORD, "/tmp", str(limit)]
             self.files = self.start("the FTP server", words)
             await self._is_there(self.files, lambda: self.listens("tcp", 21))
 

@@ -11,6 +11,7 @@ import time
 LAB = "/lab"  # seen by every switch, unlike /tmp
 BIN = f"{LAB}/bin"
 SOCKET = "/tmp/lumenHarbour.socket"  # of the daemon of each switch
+PROGRAMS = ("busybox", "c++", "in.tftpd", "ip", "kea-dhcp4", "nsenter")
 SPEAKS = 200  # lines of a process that are kept
 
 
@@ -100,20 +101,20 @@ def quietly(*command, text=None):
 
 
 def install(build, root):
-    """Gathers what a switch has in its PATH."""
+    """Gathers what runs on a switch, in its PATH, also if the checkout is below its /tmp."""
+    os.environ["PATH"] = f"{BIN}:{os.environ['PATH']}:/usr/sbin"
+    if missing := [name for name in PROGRAMS if not shutil.which(name)]:
+        raise LabError(f"{', '.join(missing)} not installed; try scripts/bootstrap dhcp")
+    built = [os.path.join(build, name) for name in ("lumenharbourd", "lumenharbourctl", "liblumenharbour-kea.so")]
+    if missing := [path for path in built if not os.path.exists(path)]:
+        raise LabError(f"{', '.join(missing)} not built; try make")
     os.makedirs(BIN)
-    stand_ins = os.path.join(root, "lab", "stand-ins")
-    for path in (
-        f"{build}/lumenharbourd",
-        f"{build}/lumenharbourctl",
-        *(os.path.join(stand_ins, name) for name in os.listdir(stand_ins)),
-        f"{root}/packaging/lumenharbour-start",
-        *(os.path.join(root, "dhcp/udhcpc", name) for name in os.listdir(f"{root}/dhcp/udhcpc")),
-    ):
+    for path in (*built, f"{root}/lab/ftp_server", f"{root}/packaging/lumenharbour-start"):
         shutil.copy(path, BIN)
+    for directory in ("lab/stand-ins", "dhcp/udhcpc"):
+        shutil.copytree(os.path.join(root, directory), BIN, dirs_exist_ok=True)
     for applet in ("tftp", "ftpget", "udhcpc"):
         os.symlink(shutil.which("busybox"), f"{BIN}/{applet}")
-    os.environ["PATH"] = f"{BIN}:{os.environ['PATH']}:/usr/sbin"
     open("/dev/mtd5", "w").close()
 
 
