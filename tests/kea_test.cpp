@@ -90,22 +90,37 @@ TEST(KeaSubnet, HasItsAddresses) {
     EXPECT_FALSE(parse_prefix(text).has(address)) << text;
 }
 
-TEST(KeaDirector, IsAskedOnceASecondWhileAway) {
+TEST(KeaDirector, IsAskedSeldomWhileAway) {
   using namespace std::chrono_literals;
   Director director;
   const Director::Time start{};
-  EXPECT_TRUE(director.is_worth_asking(start));
-  EXPECT_TRUE(director.is_worth_asking(start)) << "a director that answers is asked for every packet";
+  EXPECT_TRUE(director.is_worth_asking(start, 200ms));
+  EXPECT_TRUE(director.is_worth_asking(start, 200ms)) << "a director that answers is asked for every packet";
   EXPECT_EQ(Director::News::none, director.answered(true));
   EXPECT_FALSE(director.is_away());
   EXPECT_EQ(Director::News::away, director.answered(false));
   EXPECT_TRUE(director.is_away());
   EXPECT_EQ(Director::News::none, director.answered(false)) << "told once";
-  EXPECT_FALSE(director.is_worth_asking(start + 999ms));
-  EXPECT_TRUE(director.is_worth_asking(start + 1s));
-  EXPECT_FALSE(director.is_worth_asking(start + 1s)) << "by one thread";
+  EXPECT_FALSE(director.is_worth_asking(start + 999ms, 200ms));
+  EXPECT_TRUE(director.is_worth_asking(start + 1s, 2s));
+  EXPECT_FALSE(director.is_worth_asking(start + 1s, 2s)) << "by one thread";
+  EXPECT_FALSE(director.is_worth_asking(start + 10s, 2s)) << "most of the time is others'";
+  EXPECT_TRUE(director.is_worth_asking(start + 11s, 2s));
   EXPECT_EQ(Director::News::back, director.answered(true));
-  EXPECT_TRUE(director.is_worth_asking(start + 1s));
+  EXPECT_TRUE(director.is_worth_asking(start + 11s, 2s));
+}
+
+TEST(KeaAnnounced, EndOfAnOldLeaseForgetsNobody) {
+  Announced announced;
+  const Mac mac = {2, 0, 0, 0, 0, 1};
+  EXPECT_TRUE(announced.ends(mac, 1)) << "announced before the server was restarted";
+  announced.add(mac, 1);
+  announced.add(mac, 2);
+  EXPECT_FALSE(announced.ends(mac, 1));
+  EXPECT_TRUE(announced.ends(mac, 2));
+  announced.add(mac, 3);
+  EXPECT_TRUE(announced.ends({2, 0, 0, 0, 0, 2}, 3));
+  EXPECT_TRUE(announced.ends(mac, 3));
 }
 
 TEST(KeaPace, LetsThroughOnceAMinute) {

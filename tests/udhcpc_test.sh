@@ -195,10 +195,15 @@ found="$? $(cat "$dir/mute/err")"
 kill -0 "$(cat "$dir/mute/pid")" 2>/dev/null && fail 'mute daemon' killed alive
 ip link set lo up
 echo '{"director": {"address": "127.0.0.1"}, "defaults": {"image": "v1.bin"}}' >"$dir/director.yaml"
-echo SOCKET_GROUP=root CLIENTS=8 >"$dir/conf"
+echo SOCKET_GROUP=root CLIENTS=8 BUILTINS=1x >"$dir/conf"
 LUMENHARBOUR_CONF=$dir/conf CLIENTS=7 start "$dir/director.yaml"
 lumenharbourctl --timeout 10 wait --for default-image=v1.bin --for client-max=7 ||
   fail lumenharbour-start 'a director of 7 clients' "$(cat "$dir/start")"
+"$source/packaging/lumenharbour-start" 2>"$dir/err"
+found="$? $(cat "$dir/err")"
+[ "$found" = '1 lumenharbour-start: a daemon runs already on /tmp/lumenHarbour.socket; end it first' ] ||
+  fail 'a second daemon' 1 "$found"
+grep -q "BUILTINS is '1x', expected a number" "$dir/start" || fail 'a bad number' 'a complaint' "$(cat "$dir/start")"
 [ "$(stat -c %a /tmp/*.socket)" = 660 ] || fail 'socket for a group' 660 "$(stat /tmp/*.socket)"
 ends 143
 echo 'grops: []' >"$dir/director.yaml"

@@ -26,6 +26,7 @@ namespace {
 using isc::data::ConstElementPtr;
 using isc::data::Element;
 using isc::dhcp::DHCPACK;
+using isc::dhcp::DHCPINFORM;
 using isc::dhcp::DHO_DHCP_MAX_MESSAGE_SIZE;
 using isc::dhcp::DHO_VENDOR_CLASS_IDENTIFIER;
 using isc::dhcp::DHO_VENDOR_ENCAPSULATED_OPTIONS;
@@ -44,6 +45,7 @@ constexpr isc::log::MessageID BAD_PARAMETER = "LUMENHARBOUR_BAD_PARAMETER";
 constexpr isc::log::MessageID DIRECTOR_AWAY = "LUMENHARBOUR_DIRECTOR_AWAY";
 constexpr isc::log::MessageID DIRECTOR_BACK = "LUMENHARBOUR_DIRECTOR_BACK";
 constexpr isc::log::MessageID NO_ROOM = "LUMENHARBOUR_NO_ROOM";
+constexpr isc::log::MessageID NO_NAMES = "LUMENHARBOUR_NO_NAMES";
 constexpr isc::log::MessageID FAILED = "LUMENHARBOUR_FAILED";
 
 /// Each identifier and its text, as Kea's logger wants them.
@@ -52,6 +54,7 @@ const char* MESSAGES[] = {LOADED,        "announcing switches to the director on
                           DIRECTOR_AWAY, "the director gives no names, switches get none until it does: %1",
                           DIRECTOR_BACK, "the director on %1 gives names again",
                           NO_ROOM,       "no option 43 for %1: its %2 bytes do not fit, the reply has room for %3",
+                          NO_NAMES,      "no option 43 for %1: the director has no names for it",
                           FAILED,        "cannot serve a switch: %1",
                           nullptr};
 // Kea registers messages and loggers as a library is loaded; what they throw then fails the loading.
@@ -66,9 +69,13 @@ struct Subnet {
   Settings settings;
 };
 
-/// Set by `load` and `dhcp4_srv_configured`, and not changed while packets are served.
+// Set by `load` and `dhcp4_srv_configured`, and not changed while packets are served. The server unloads and loads the
+// library with each configuration; it is linked so that it stays in memory, and these with it.
 std::unique_ptr<const Settings> settings_of_hook;
 std::vector<Subnet> subnets_of_server;
+bool is_configured = false;  ///< a configuration has been taken
+
+Announced announced;
 
 /// @return what is known of the director on a socket; a subnet may have one of its own.
 Director& director_on(const std::string& socket_path) {
@@ -129,9 +136,12 @@ std::string take_configuration(const ConstElementPtr& config, std::vector<Subnet
 
 /// @return the settings for a client with that address.
 const Settings& settings_for(const isc::asiolink::IOAddress& address) {
+  // The server takes subnets that lie in one another.
+  const Subnet* narrowest = nullptr;
   for (const Subnet& subnet : subnets_of_server)
-    if (subnet.prefix.has(address.toUint32())) return subnet.settings;
-  return *settings_of_hook;
+    if (subnet.prefix.has(address.toUint32()) && (narrowest == nullptr || subnet.prefix.mask > narrowest->prefix.mask))
+      narrowest = &subnet;
+  return narrowest == nullptr ? *settings_of_hook : narrowest->settings;
 }
 
 std::string text_of(const Option& option) {
@@ -175,7 +185,8 @@ void note(const lumenharbour::Daemon& daemon, const lumenharbour::Result& result
 /// Announces a client, unless the director is away. @return its names; nothing without an answer.
 std::optional<lumenharbour::FileNames> announce(const Settings& settings, const tLumenHarbourClientInfo& client) {
   const lumenharbour::Daemon daemon(settings.director);
-  if (!director_on(settings.director.socket_path).is_worth_asking(std::chrono::steady_clock::now()))
+  const std::chrono::milliseconds timeout(settings.director.timeout_ms);
+  if (!director_on(settings.director.socket_path).is_worth_asking(std::chrono::steady_clock::now(), timeout))
     return std::nullopt;
   const auto names = daemon.announce(client);
   note(daemon, names);
@@ -192,11 +203,18 @@ std::size_t size_of(Pkt4* reply) {
 /// Puts the director's names into the reply, all of them or none.
 void put_names(const Pkt4Ptr& query, const Pkt4Ptr& reply, const Settings& settings,
                const lumenharbour::FileNames& names) {
+  if (names.imagelist.empty() && names.config.empty()) {
+    static Pace pace;
+    if (pace.is_due(std::chrono::steady_clock::now())) {
+      LOG_ERROR(logger, NO_NAMES).arg(query->getLabel());
+    }
+    return;
+  }
+  reply->delOption(DHO_VENDOR_ENCAPSULATED_OPTIONS);
   // The server keeps a number that it has parsed, not the bytes.
   std::optional<std::uint16_t> max_size;
   const OptionPtr option = query->getOption(DHO_DHCP_MAX_MESSAGE_SIZE);
   if (const auto* const number = dynamic_cast<const OptionUint16*>(option.get())) max_size = number->getValue();
-  reply->delOption(DHO_VENDOR_ENCAPSULATED_OPTIONS);
   const std::size_t limit = message_room(max_size);
   const std::size_t used = size_of(reply.get()) + isc::dhcp::Option::OPTION4_HDR_LEN;
   const std::size_t room = std::min(limit > used ? limit - used : 0, SUBOPTION_MAX);
@@ -208,7 +226,6 @@ void put_names(const Pkt4Ptr& query, const Pkt4Ptr& reply, const Settings& setti
     }
     return;
   }
-  if (value.empty()) return;
   reply->addOption(OptionPtr(new Option(Option::V4, DHO_VENDOR_ENCAPSULATED_OPTIONS, value)));
 }
 
@@ -221,12 +238,13 @@ void serve(CalloutHandle& handle) {
   const std::optional<std::uint32_t> product_id = product_id_of(query);
   if (!product_id) return;
   std::optional<tLumenHarbourClientInfo> client = client_of(query->getHWAddr().get(), *product_id);
-  // A client that only asks for options leases nothing, and has its address in another field.
-  const auto& address = reply->getYiaddr().isV4Zero() ? query->getCiaddr() : reply->getYiaddr();
-  if (!client) return;
+  // A client that only asks for options leases nothing, and nothing would ever have it forgotten again.
+  if (!client || query->getType() == DHCPINFORM) return;
+  const auto& address = reply->getYiaddr();
   const std::vector<std::uint8_t> bytes = address.toBytes();
   std::copy(bytes.begin(), bytes.end(), client->ip);
   client->op = 1;
+  announced.add(std::to_array(client->mac), address.toUint32());
   const Settings& settings = settings_for(address);
   if (const auto names = announce(settings, *client)) put_names(query, reply, settings, *names);
 }
@@ -239,6 +257,7 @@ void forget(CalloutHandle& handle) {
   handle.getArgument("lease4", lease);
   if (!lease) return;
   const auto client = client_of(lease->hwaddr_.get(), 0);
+  if (client && !announced.ends(std::to_array(client->mac), lease->addr_.toUint32())) return;
   const lumenharbour::Daemon daemon(settings_for(lease->addr_).director);
   if (!client || director_on(daemon.connection().socket_path).is_away()) return;
   if (const auto reply = daemon.announce(*client); !reply) note(daemon, reply);
@@ -256,6 +275,15 @@ int guarded(void (*run)(CalloutHandle&), CalloutHandle& handle) {
   return 0;
 }
 
+/// @return what is wrong with the hook's parameters; empty when nothing is.
+std::string take_over(LibraryHandle& handle, Settings* settings) {
+  try {
+    return take_parameters(handle.getParameters(), settings);
+  } catch (const std::exception& error) {
+    return error.what();
+  }
+}
+
 /// @return what is wrong with the overrides of a configuration; empty when nothing is, and then they hold.
 std::string take_over(CalloutHandle& handle) {
   try {
@@ -268,6 +296,15 @@ std::string take_over(CalloutHandle& handle) {
   } catch (const std::exception& error) {
     return error.what();
   }
+}
+
+/// Tells what is wrong with a configuration. A server that serves already goes on with what was set before: refused, it
+/// would serve nobody until somebody notices.
+///
+/// @return true when it is to be refused
+bool is_refused(const std::string& wrong) {
+  LOG_ERROR(logger, BAD_PARAMETER).arg(is_configured ? wrong + "; what was set before stays in force" : wrong);
+  return !is_configured;
 }
 
 }  // namespace
@@ -283,34 +320,21 @@ int multi_threading_compatible() {
 }
 
 int load(LibraryHandle& handle) {
-  try {
-    auto settings = std::make_unique<Settings>();
-    const std::string wrong = take_parameters(handle.getParameters(), settings.get());
-    if (!wrong.empty()) {
-      LOG_ERROR(logger, BAD_PARAMETER).arg(wrong);
-      return 1;
-    }
-    LOG_INFO(logger, LOADED).arg(settings->director.socket_path);
-    settings_of_hook = std::move(settings);
-    return 0;
-  } catch (const std::exception& error) {
-    LOG_ERROR(logger, BAD_PARAMETER).arg(error.what());
-    return 1;
-  }
-}
-
-int unload() {
-  settings_of_hook.reset();
+  auto settings = std::make_unique<Settings>();
+  if (const std::string wrong = take_over(handle, settings.get()); !wrong.empty()) return is_refused(wrong) ? 1 : 0;
+  LOG_INFO(logger, LOADED).arg(settings->director.socket_path);
+  settings_of_hook = std::move(settings);
   return 0;
 }
 
-/// Refuses a configuration with a bad override before it serves anybody.
 int dhcp4_srv_configured(CalloutHandle& handle) {
   const std::string wrong = take_over(handle);
-  if (wrong.empty()) return 0;
-  LOG_ERROR(logger, BAD_PARAMETER).arg(wrong);
-  handle.setArgument("error", wrong);
-  handle.setStatus(CalloutHandle::NEXT_STEP_DROP);
+  if (wrong.empty()) {
+    is_configured = true;
+  } else if (is_refused(wrong)) {
+    handle.setArgument("error", wrong);
+    handle.setStatus(CalloutHandle::NEXT_STEP_DROP);
+  }
   return 0;
 }
 

@@ -172,10 +172,10 @@ Bytes encode_option43(const Settings& settings, const FileNames& names) {
   return encoder.value;
 }
 
-bool Director::is_worth_asking(Time now) {
+bool Director::is_worth_asking(Time now, std::chrono::milliseconds timeout) {
   const std::lock_guard lock(mutex_);
   if (is_away_ && now < next_) return false;
-  next_ = now + RETRY_AFTER;
+  next_ = now + std::max<std::chrono::milliseconds>(RETRY_AFTER, 5 * timeout);
   return true;
 }
 
@@ -190,6 +190,20 @@ Director::News Director::answered(bool is_answer) {
   is_away_ = !is_answer;
   if (was_away == is_away_) return News::none;
   return is_away_ ? News::away : News::back;
+}
+
+void Announced::add(const Mac& mac, std::uint32_t address) {
+  const std::lock_guard lock(mutex_);
+  addresses_[mac] = address;
+}
+
+bool Announced::ends(const Mac& mac, std::uint32_t address) {
+  const std::lock_guard lock(mutex_);
+  const auto found = addresses_.find(mac);
+  if (found == addresses_.end()) return true;
+  if (found->second != address) return false;
+  addresses_.erase(found);
+  return true;
 }
 
 bool Pace::is_due(Time now) {

@@ -7,6 +7,7 @@
 #include <array>
 #include <chrono>
 #include <cstdint>
+#include <map>
 #include <mutex>
 #include <optional>
 #include <string>
@@ -75,8 +76,8 @@ std::size_t message_room(std::optional<std::uint16_t> max_message_size);
 /// @return sub-options in ascending order; they may be more than the 255 bytes that one option holds
 Bytes encode_option43(const Settings& settings, const FileNames& names);
 
-/// Whether a director answers, for all threads of the server. One that is away is asked once a second, so that a
-/// director that hangs costs one packet its time-out, and not all of them.
+/// Whether a director answers, for all threads of the server. One that is away is asked once a second, or once in five
+/// time-outs if these are longer, so that a director that hangs costs one packet its time-out, and not all of them.
 class Director {
  public:
   using Time = std::chrono::steady_clock::time_point;
@@ -86,8 +87,9 @@ class Director {
   /// What an answer changed, to be told once.
   enum class News { none, away, back };
 
+  /// @param[in] timeout  how long an answer may take
   /// @return true when it is to be asked for names now. A caller that was told so must call `answered`.
-  bool is_worth_asking(Time now);
+  bool is_worth_asking(Time now, std::chrono::milliseconds timeout);
 
   /// @return true when it is not worth telling of a client that has gone. A deletion that succeeds does not bring it
   ///         back, since a daemon that is not the director takes one too.
@@ -100,6 +102,27 @@ class Director {
   mutable std::mutex mutex_;
   bool is_away_ = false;
   Time next_{};
+};
+
+using Mac = std::array<std::uint8_t, LUMENHARBOUR_MAC_SIZE>;
+
+/// The address that each switch was announced with last, for all threads of the server. A switch has several leases
+/// when its boot loader asks for an address under another name, and the end of an old one must not have it forgotten.
+/// There are as many entries as switches with a lease.
+class Announced {
+ public:
+  Announced() noexcept = default;
+
+  /// @param[in] address  in host order
+  void add(const Mac& mac, std::uint32_t address);
+
+  /// Takes note of the end of a lease. @return true when the switch is to be forgotten: it had no newer address, or the
+  /// server has been restarted since it was announced.
+  bool ends(const Mac& mac, std::uint32_t address);
+
+ private:
+  std::mutex mutex_;
+  std::map<Mac, std::uint32_t> addresses_;
 };
 
 /// Keeps what each packet would repeat from filling the log: lets it through once a minute.
