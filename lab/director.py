@@ -4,8 +4,8 @@ import hashlib
 import json
 import os
 import re
-import time
 import signal
+import time
 
 import plan
 import rack
@@ -19,11 +19,10 @@ NOTICE = re.compile(r"LUMENHARBOUR_DIRECTOR_(AWAY|BACK)")
 class Director:
     """Each of its parts is a process of its own, which a fault may end or stop."""
 
-    def __init__(self, places, transport, image_size, build, root):
+    def __init__(self, places, transport, image_size, root):
         self.places = places
         self.transport = transport
         self.image_size = image_size
-        self.build = build
         self.root = root
         self.is_slow = False  # to be told before the file server is started
         self.auth = "quaylanterns"
@@ -44,7 +43,7 @@ class Director:
         return Process(name, [*spaces, *command], {**(env or {}), "LUMENHARBOUR_SWITCH": "director"}, on_line)
 
     def listens(self, table, port):
-        with open(self.path(f"/proc/{self.switch.pid}/net/{table}")) as file:
+        with open(f"/proc/{self.switch.pid}/net/{table}") as file:
             return any(f":{port:04X} " in line for line in file)
 
     async def ctl(self, *words):
@@ -88,7 +87,10 @@ class Director:
                 os.rename(self.path(f"/tmp/{name}"), self.path(f"/tmp/{name.removesuffix(HIDDEN)}"))
 
     async def start_daemon(self):
-        """Starts its daemon, with room for the lab, and has it given its groups back."""
+        """Starts its daemon, with room for the lab, and waits until it has its groups back."""
+        lists = [self.path(f"/tmp/{group.imagelist}") for group in plan.GROUPS.values()]
+        for path in filter(os.path.exists, lists):
+            os.unlink(path)
         self.daemon = self.start(
             "the director's daemon",
             ["lumenharbour-start"],
@@ -100,7 +102,6 @@ class Director:
                 "LUMENHARBOUR_PLATFORM_CONF": rack.conf("director", 1),
             },
         )
-        lists = [self.path(f"/tmp/{group.imagelist}") for group in plan.GROUPS.values()]
         await self._is_there(self.daemon, lambda: all(map(os.path.exists, lists)))
 
     async def start_dhcp(self):
@@ -119,6 +120,7 @@ class Director:
         ]
         (hook,) = dhcp["hooks-libraries"]
         hook["library"] = f"{rack.BIN}/liblumenharbour-kea.so"
+        # A subnet's own reboot time counts more.
         hook["parameters"] = {"reboot-time": 60, "auth-msg": self.auth, **self.server_parameters()}
         dhcp["subnet4"] = [
             {
@@ -143,6 +145,11 @@ class Director:
                 row[heads.index("expire")] = str(int(time.time()))
         with open(path, "w") as file:
             file.writelines(",".join(row) + "\n" for row in [heads, *rows])
+
+    def told(self, group):
+        """Returns what the DHCP client of a group's switch is to tell its daemon."""
+        names = {"imagelist": group.imagelist, "config-file": group.config}
+        return {**names, **self.server_parameters(), "reboot-time": "30", "auth-msg": self.auth}
 
     def server_parameters(self):
         if self.transport == "tftp":

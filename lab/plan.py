@@ -7,7 +7,7 @@ DIRECTOR = "198.18.0.1"
 PREFIX = "198.18.0.1/16"
 SUBNET = "198.18.0.0/16"
 POOL = "198.18.1.0 - 198.18.255.254"
-MOST = 1000  # switches; a bridge of the kernel's has 1024 ports
+MOST = 400  # switches; twice as many neighbours are near what a kernel keeps as it comes
 USER, PASSWORD = "quay", "lantern"  # of the FTP server
 
 

@@ -77,10 +77,13 @@ class Process:
         except ProcessLookupError:
             pass
 
-    async def end(self, number=signal.SIGKILL):
+    async def end(self, number=signal.SIGKILL, seconds=30):
         """Ends all of the group and waits until it is gone."""
         self.send(number)
-        await self.ended.wait()
+        try:
+            await asyncio.wait_for(self.ended.wait(), seconds)
+        except asyncio.TimeoutError:
+            raise LabError(f"{self.name} did not end within {seconds:g} s of signal {number}") from None
         self._popen.wait()
 
     async def result(self, seconds=30):

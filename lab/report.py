@@ -36,7 +36,9 @@ class Progress:
 
     def __init__(self):
         self.switches = []
-        self._columns = int(os.environ.get("LUMENHARBOUR_LAB_COLUMNS", 0))  # of the terminal, if there is one
+        # Of the terminal, if there is one.
+        self._columns, lines = map(int, os.environ.get("LUMENHARBOUR_LAB_TERMINAL", "0 0").split())
+        self._most = min(LINES, lines - 1) if self._columns else LINES
         self._drawn = 0  # lines on the terminal
         self._told = 0  # tenths of the switches
 
@@ -44,14 +46,14 @@ class Progress:
         """Takes note of a stage that has begun."""
         if self._columns or not self.switches:
             return
-        if len(self.switches) <= LINES:
+        if len(self.switches) <= self._most:
             print(f"  {switch.name:<10} {doing(switch)}", flush=True)
 
     def ended(self, switch):
         """Takes note of a verdict."""
         if self._columns:
             return
-        if len(self.switches) <= LINES:
+        if len(self.switches) <= self._most:
             print(f"  {switch.name:<10} {switch.verdict}", flush=True)
             return
         tenths = 10 * sum(bool(other.verdict) for other in self.switches) // len(self.switches)
@@ -70,7 +72,7 @@ class Progress:
 
     def _redraw(self):
         width = self._columns - 1
-        if len(self.switches) <= LINES:
+        if len(self.switches) <= self._most:
             lines = [f"  {switch.name:<10} {doing(switch)}" for switch in self.switches]
         else:
             lines = [f"  {self._bar(max(10, min(40, width - 90)))}"]

@@ -13,6 +13,7 @@ from rack import LabError, until
 from switches import Switch
 
 SPEED = 60  # a minute of a daemon's takes a second
+CROWD = 100  # switches that may ask for their files in the same second; with more of them, the clocks run slower
 IMAGE_SIZE = 1 << 20
 SLOW_SIZE = 24 << 20  # of an image whose transfer is to be caught in its middle
 CHECK_INTERVAL = 60  # of a daemon, in seconds of its clock
@@ -23,21 +24,21 @@ class Lab:
 
     def __init__(self, args, fault):
         self.root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-        self.build = os.path.join(self.root, os.environ.get("BUILD", "build"))
         self.transport = args.transport
         self.fault = fault
-        rack.install(self.build, self.root)
-        self.speed = args.clock_speed or (fault and fault.clock_speed) or SPEED
+        rack.install(os.path.join(self.root, os.environ.get("BUILD", "build")), self.root)
         self.places = plan.places(args.switches or (4 if fault else 10), args.groups)
+        self.speed = args.clock_speed or (fault and fault.clock_speed) or SPEED * CROWD // max(CROWD, len(self.places))
         image_size = args.image_size or (SLOW_SIZE if fault and fault.is_slow else IMAGE_SIZE)
         self.deadline = time.monotonic() + args.timeout
-        self.director = Director(self.places, args.transport, image_size, self.build, self.root)
+        self.director = Director(self.places, args.transport, image_size, self.root)
         self.director.is_slow = bool(fault and fault.is_slow)
         self.report = report.Progress()
         self.switches = [Switch(place, self.speed, self.report.on_stage) for place in self.places]
         self.report.switches = self.switches
         self.daemons = rack.Daemons()
         self.without_image = set()  # switches that a fault leaves with a configuration alone
+        self.lives = []
         self.seconds = 0.0
         self.director_ms = None  # processor time of the director's daemon; not of one that a fault has restarted
         self.checks = []  # what a fault is expected to lead to, and whether it did
@@ -86,6 +87,11 @@ class Lab:
         await asyncio.sleep(2 * CHECK_INTERVAL / self.speed)  # what it would do unasked happens in this time
         if len(switch.fetched) != fetched or switch.failures != failures:
             raise LabError(f"is not quiet after its reboot: {' '.join(switch.fetched[fetched:])}")
+        if switch.restarts:
+            raise LabError("asks for another reboot after its reboot")
+        # A daemon that has ended is quiet as well.
+        if (await switch.ctl("get", "state"))[1] != ["on"]:
+            raise LabError("its daemon has ended after its reboot")
         if switch.address != before:
             raise LabError(f"has another address after its reboot: {switch.address}, not {before}")
 
@@ -95,14 +101,12 @@ class Lab:
         names = switch.names() or {}
         switch.imagelist = names.get("imagelist", "-")
         switch.own_ms = self.daemons.used(switch.process.pid)
-        wrong = self.wrong(switch)
-        if not wrong and switch.imagelist != switch.place.group.imagelist:
-            wrong = "wrong imagelist"
-        if wrong:
+        if wrong := self.wrong(switch):
             raise LabError(wrong)
+        if names != self.director.told(switch.place.group):
+            raise LabError(f"was told by DHCP: {names}")
         await self.comes_back(switch)
-        wrong = self.wrong(switch)
-        if wrong:
+        if wrong := self.wrong(switch):
             raise LabError(f"{wrong} after the reboot")
         switch.ok = True
         switch.verdict = "configuration alone" if switch in self.without_image else "provisioned"
@@ -111,17 +115,18 @@ class Lab:
         """Provisions a switch and keeps the reason when that fails, so that the others go on."""
         try:
             await self.provision(switch)
-        except LabError as error:
+        except (LabError, OSError) as error:
             switch.verdict = str(error)
         self.report.ended(switch)
 
     async def power_on(self, switches=None):
         """Starts switches, all of them if none are named. Returns what waits for the end of each one's life."""
         lives = []
-        for switch in switches or self.switches:
+        for switch in self.switches if switches is None else switches:
             switch.power_on()
             lives.append(asyncio.create_task(self.life(switch)))
             await asyncio.sleep(0)  # news of those that are on already are read in time
+        self.lives += lives
         return asyncio.gather(*lives)
 
     # --- the whole ----------------------------------------------------------------------------------------------------
@@ -142,9 +147,10 @@ class Lab:
             else:
                 await (await self.power_on())
                 self.director_ms = self.daemons.used(self.director.daemon.pid) - used
-        except LabError as error:
+        except (LabError, OSError) as error:
             self.check(str(error), False)
-        drawing.cancel()
+        for task in (drawing, *self.lives):
+            task.cancel()
         self.seconds = time.monotonic() - started
         self.report.finish()
 

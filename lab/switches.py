@@ -47,6 +47,7 @@ class Switch:
         self.imagelist = "-"
         self.fetched = []  # names of all files that were asked for
         self.failures = 0  # attempts
+        self.restarts = 0  # that were asked for since it was switched on
         self.verdict = ""
         self.ok = False
         self.own_ms = None  # processor time of its daemon until the reboot
@@ -81,6 +82,7 @@ class Switch:
             self.fetched.append(groups["file"])
             stage = FILES.get(os.path.splitext(groups["file"])[1], "config")
         self.failures += line.startswith("notify")
+        self.restarts += stage == "restart"
         if self.stage in ("boot", "done"):
             return  # whatever it does then is told by what it has fetched
         if self.stage == "dhcp" and not self.address or "address" in groups and self.stage != "dhcp":
@@ -90,6 +92,7 @@ class Switch:
     def power_on(self, stage="dhcp"):
         self.enter(stage)
         self.address = ""
+        self.restarts = 0
         product = str(self.place.group.product_id)
         start = f"lumenharbour-udhcpc uplink {product} & exec lumenharbour-start"
         command = ("sh", "-c", start)
