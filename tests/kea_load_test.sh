@@ -16,25 +16,33 @@ clean_up() {
 }
 trap clean_up EXIT
 
-says() { # says PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET TEXT: what the server's log has, within ten seconds
-  local end=$((SECONDS + 10))
+configure() { # configure PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET
   cat >"$dir/conf" <<END
 {"Dhcp4": {"interfaces-config": {"interfaces": []}, "lease-database": {"type": "memfile", "persist": false},
   "hooks-libraries": [{"library": "$hook", "parameters": $1}],
   "shared-networks": [{"name": "floor", "user-context": $2, "subnet4": [
     {"subnet": "192.0.2.0/24", "user-context": $3}]}]}}
 END
-  "$kea" -c "$dir/conf" >"$dir/log" 2>&1 &
-  server=$!
-  until grep -qF -- "$4" "$dir/log" || [ $SECONDS -ge $end ] || ! kill -0 $server 2>/dev/null; do
+}
+
+appears() { # appears TEXT WHAT: in the server's log, within ten seconds
+  local end=$((SECONDS + 10))
+  until grep -qF -- "$1" "$dir/log" || [ $SECONDS -ge $end ] || ! kill -0 $server 2>/dev/null; do
     sleep 0.02
   done
   # It may have said so and ended since.
-  if ! grep -qF -- "$4" "$dir/log"; then
+  if ! grep -qF -- "$1" "$dir/log"; then
     failed=1
-    printf '%s\n  expected: %s\n  found:\n' "${*:1:3}" "$4"
+    printf '%s\n  expected: %s\n  found:\n' "$2" "$1"
     cat "$dir/log"
   fi
+}
+
+says() { # says PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET TEXT: a server that starts with them says so
+  configure "${@:1:3}"
+  "$kea" -c "$dir/conf" >"$dir/log" 2>&1 &
+  server=$!
+  appears "$4" "${*:1:3}"
   kill $server 2>/dev/null
   wait $server
   server=''
@@ -54,4 +62,27 @@ says '{"sockett": "/run/s"}' '{}' '{}' "$bad parameter 'sockett' is unknown: exp
 says '{}' '{"lumenharbour": {"ftp-server": "1.2.3"}}' '{}' "$bad shared network floor, $here 'ftp-server'"
 says '{}' '{}' '{"lumenharbour": {"auth-msg": ""}}' "$bad subnet 192.0.2.0/24, $here 'auth-msg'"
 says '{}' '{}' '{"lumenharbour": 7}' "$bad subnet 192.0.2.0/24, user context 'lumenharbour': expected a map"
+
+# A server that serves goes on with what was set before, and ends well.
+configure '{"socket": "/run/first"}' '{}' '{}'
+"$kea" -c "$dir/conf" >"$dir/log" 2>&1 &
+server=$!
+appears $started start
+for parameters in '{"timeout-ms": 0}' '{"socket": 7}'; do
+  configure "$parameters" '{}' '{}'
+  kill -HUP $server
+  appears "$bad parameter '$(echo "$parameters" | cut -d '"' -f 2)'" "reload with $parameters"
+done
+configure '{"socket": "/run/second"}' '{}' '{"lumenharbour": {"auth-msg": ""}}'
+kill -HUP $server
+appears "$bad subnet 192.0.2.0/24, $here 'auth-msg': expected a text of 1 to 255 bytes without control characters; what was \
+set before stays in force" 'reload with a bad override'
+configure '{"socket": "/run/third"}' '{}' '{}'
+kill -HUP $server
+appears 'to the director on /run/third' 'good reload'
+kill $server
+wait $server
+status=$?
+server=''
+[ $status = 0 ] || { failed=1; echo "the server ended with status $status"; }
 exit $failed
