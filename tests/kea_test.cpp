@@ -65,6 +65,13 @@ TEST(KeaParameters, AreCheckedByName) {
   }
 }
 
+TEST(KeaParameters, LeaveAPartOfTheTimeOutToTheServer) {
+  Settings settings;
+  EXPECT_EQ(190, connection_to_director(settings).timeout_ms);
+  settings.director.timeout_ms = 1;
+  EXPECT_EQ(1, connection_to_director(settings).timeout_ms);
+}
+
 TEST(KeaOption43, HoldsWhatIsGiven) {
   Settings settings;
   EXPECT_EQ(Bytes(), encode_option43(settings, {}));

@@ -184,7 +184,7 @@ void note(const lumenharbour::Daemon& daemon, const lumenharbour::Result& result
 
 /// Announces a client, unless the director is away. @return its names; nothing without an answer.
 std::optional<lumenharbour::FileNames> announce(const Settings& settings, const tLumenHarbourClientInfo& client) {
-  const lumenharbour::Daemon daemon(settings.director);
+  const lumenharbour::Daemon daemon(connection_to_director(settings));
   const std::chrono::milliseconds timeout(settings.director.timeout_ms);
   if (!director_on(settings.director.socket_path).is_worth_asking(std::chrono::steady_clock::now(), timeout))
     return std::nullopt;
@@ -258,7 +258,7 @@ void forget(CalloutHandle& handle) {
   if (!lease) return;
   const auto client = client_of(lease->hwaddr_.get(), 0);
   if (client && !announced.ends(std::to_array(client->mac), lease->addr_.toUint32())) return;
-  const lumenharbour::Daemon daemon(settings_for(lease->addr_).director);
+  const lumenharbour::Daemon daemon(connection_to_director(settings_for(lease->addr_)));
   if (!client || director_on(daemon.connection().socket_path).is_away()) return;
   if (const auto reply = daemon.announce(*client); !reply) note(daemon, reply);
 }

@@ -132,6 +132,12 @@ std::string set_parameter(Settings* settings, const std::string& name, const Par
   return "parameter '" + name + "' is unknown: expected one of " + names;
 }
 
+Connection connection_to_director(const Settings& settings) {
+  Connection connection = settings.director;
+  connection.timeout_ms -= connection.timeout_ms / 20;
+  return connection;
+}
+
 std::optional<std::uint32_t> product_id_of(std::string_view vendor_class) {
   if (!vendor_class.starts_with(VENDOR_CLASS_PREFIX)) return std::nullopt;
   vendor_class.remove_prefix(VENDOR_CLASS_PREFIX.size());

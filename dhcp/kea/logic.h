@@ -37,6 +37,11 @@ struct Settings {
   std::string image_file;                              ///< `image-file`
 };
 
+/// @return how to ask the director so that the exchange with the switch takes no longer than `timeout-ms`: a twentieth
+/// of
+///         it is left for the server's own work.
+Connection connection_to_director(const Settings& settings);
+
 /// A parameter as the server's configuration has it; `monostate` for any kind that no parameter takes.
 using Parameter = std::variant<std::monostate, std::string, std::int64_t>;
 
