@@ -70,8 +70,7 @@ async def server_silent(lab):
     lab.director.files.send(signal.SIGSTOP)
     lives = await lab.power_on()
     if lab.transport == "tftp":
-        await lab.all("a given-up attempt of each switch", lambda switch: switch.failures > 0)
-        lab.check("each switch gives up and tries again", True)
+        await lab.expect("each switch gives up", lambda switch: switch.failures > 0)
         lab.check("nothing is installed", nothing_installed(lab))
     # A switch that did not get its imagelist goes on with its configuration alone, which is not to arrive then.
     await lab.all("each switch asking for its imagelist", lambda switch: switch.stage == "list")
@@ -88,8 +87,7 @@ async def server_silent(lab):
 async def server_refuses(lab):
     lab.director.withdraw(".bin")
     lives = await lab.power_on()
-    await lab.all("two refused attempts of each switch", lambda switch: switch.failures >= 2)
-    lab.check("each switch tries again", True)
+    await lab.expect("each switch is refused and tries again", lambda switch: switch.failures >= 2)
     lab.check("nothing is installed, configurations neither", nothing_installed(lab))
     lab.director.restore(".bin")
     await lives
@@ -115,8 +113,7 @@ async def director_away(lab):
     await lab.director.daemon.end()
     os.unlink(lab.director.path("/tmp/lumenHarbour.socket"))
     lives = await lab.power_on()
-    await lab.all("an address of each switch, without names", lambda switch: switch.names() == {})
-    lab.check("each switch gets an address and no names", True)
+    await lab.expect("each switch gets an address and no names", lambda switch: switch.names() == {})
     await lab.all("a failed attempt of each switch", lambda switch: switch.failures > 0)
     lab.check("nothing is fetched", not any(switch.fetched for switch in lab.switches))
     lab.check("the hook tells it once", lab.director.notices == ["AWAY"])
@@ -207,14 +204,12 @@ async def lease_ends(lab):
     lab.check("the director knows every switch", await known(lab) == macs(lab.switches))
     with open(released.path("/run/lumenharbour/udhcpc.pid")) as file:
         os.kill(int(file.read()), signal.SIGUSR2)
-    await forgets(lab, [vanished, *others])
-    lab.check("it forgets the first, and that alone", True)
+    await forgets(lab, "it forgets the first, and that alone", [vanished, *others])
     await vanished.power_off()
     await lab.director.dhcp.end(signal.SIGTERM)
     lab.director.let_expire(vanished.place.mac)
     await lab.director.start_dhcp()
-    await forgets(lab, others)
-    lab.check("it forgets the second, and that alone", True)
+    await forgets(lab, "it forgets the second, and that alone", others)
 
 
 def macs(switches):
@@ -227,9 +222,10 @@ async def known(lab):
     return {word for line in said for word in line.split() if word.count(":") == 5}
 
 
-async def forgets(lab, left):
-    """Waits until the director knows these switches alone."""
+async def forgets(lab, what, left):
+    """Waits until the director knows these switches alone, and takes note of it."""
     while (now := await known(lab)) != macs(left):
         if not macs(left) < now or lab.left() == 0:
-            raise LabError(f"the director knows {', '.join(sorted(now))}")
+            raise LabError(f"{what}: the director knows {', '.join(sorted(now))}")
         await asyncio.sleep(0.1)
+    lab.check(what, True)

@@ -57,6 +57,11 @@ class Lab:
 
         await until(what, so, self.left())
 
+    async def expect(self, what, holds):
+        """Waits until an expected outcome is there for every switch, and takes note of it."""
+        await self.all(what, holds)
+        self.check(what, True)
+
     def check(self, what, holds):
         """Takes note of an expected outcome."""
         self.checks.append((what, bool(holds)))
