@@ -253,8 +253,9 @@ void Planner::plan_defaults() {
   // The imagelist file is written anew by a set of the image alone.
   if (is_stale && !image.empty() && (wanted == wanted_.globals.end() || wanted->second == Value(image)))
     changes_.back().sets.push_back({GlobalRow{}, LUMENHARBOUR_GLB_DEFAULTIMAGENAME, image});
-  change_global(LUMENHARBOUR_GLB_DEFAULTCONFIGNAME);
   change_global(LUMENHARBOUR_GLB_DEFAULTIMAGENAME);
+  // Behind the image, so that nobody is told of a configuration alone.
+  change_global(LUMENHARBOUR_GLB_DEFAULTCONFIGNAME);
 }
 
 bool Planner::change_files(const Record& record, const std::string& what, const Entry& entry) {
@@ -490,9 +491,10 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   if (wanted.needs_director() && !is_assumed) require_director(call, attempt);
   Planner rest(call, wanted, now, is_assumed);
   rest.plan_vlans();
-  rest.plan_defaults();
   rest.plan_groups();
   rest.plan_builtins();
+  // Last: a switch that asks a director before it has its groups is better told nothing than the default image.
+  rest.plan_defaults();
   rest.plan_stop();
   rest.check_pools();
   if (was_director && !role.empty()) {

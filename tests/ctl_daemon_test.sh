@@ -293,14 +293,14 @@ builtins:
   - {pid: 9, image: b.bin, image-local: yes}'
 
 PLAN='~ vlans: - -> 1,5,100-120
-~ default-config: - -> g.cfg
-~ default-image: - -> v1.bin
 + group floor-2 (id 0)
 + member 02:00:00:00:00:01 of group floor-2
 + member 02:00:00:00:00:02 of group floor-2
 + group lab (id 1)
 + member 7 of group lab
 + built-in group 9
+~ default-image: - -> v1.bin
+~ default-config: - -> g.cfg
 9 changes'
 
 applying() {
