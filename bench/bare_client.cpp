@@ -8,7 +8,8 @@
 #include <cstdio>
 #include <cstring>
 
-#include "lumenharbour_nm.h"
+#include "lumenharbour_protocol.h"
+#include "zor_codec.h"
 
 namespace {
 

@@ -9,7 +9,7 @@
 #include <cstdio>
 #include <cstring>
 
-#include "lumenharbour_nm.h"
+#include "lumenharbour_protocol.h"
 
 namespace {
 

@@ -15,7 +15,7 @@
 #include <cstring>
 #include <ctime>
 
-#include "lumenharbour_nm.h"
+#include "lumenharbour_protocol.h"
 
 namespace {
 

@@ -6,7 +6,7 @@
 /// Custom groups are made by the operator and list MAC addresses or product ids; built-in groups serve one product id
 /// each. Records come from the pools of the global record. Every function here is called with the global lock held.
 
-#include "lumenharbour_nm.h"
+#include "lumenharbour_protocol.h"
 #include "zor_types.h"
 
 /// Kinds of group.

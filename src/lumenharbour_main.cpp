@@ -14,6 +14,7 @@
 
 #include "lumenharbour.h"
 #include "zor_attr.h"
+#include "zor_codec.h"
 
 tLumenHarbourInfo gLumenHarbourInfo;
 uint32 gLumenHarbourInit;

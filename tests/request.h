@@ -7,6 +7,7 @@
 #include <vector>
 
 #include "lumenharbour.h"
+#include "zor_codec.h"
 
 /// A value section: its type and its data as it stands in the message.
 struct Value {

@@ -13,6 +13,8 @@
 #include <optional>
 #include <system_error>
 
+#include "zor_codec.h"
+
 namespace lumenharbour {
 namespace {
 

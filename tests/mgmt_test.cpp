@@ -73,7 +73,7 @@ class Peer {
 
 constexpr Mac MAC = {0x00, 0x1b, 0x21, 0x0a, 0x0b, 0x0c};
 
-TEST(CtlRequest, BytesOnTheWire) {
+TEST(MgmtRequest, BytesOnTheWire) {
   static constexpr MacMemberRow mac_row = {3, MAC};
   static constexpr PidMemberRow pid_row = {3, 5};
   const std::vector<::Value> mac_index = {{ADR_TYPE_INT16, raw(uint16{3})}, octets(raw(MAC))};
@@ -95,7 +95,7 @@ TEST(CtlRequest, BytesOnTheWire) {
   }
 }
 
-TEST(CtlReply, FailuresAreToldApart) {
+TEST(MgmtReply, FailuresAreToldApart) {
   const struct {
     const char* name;
     Script script;
@@ -125,7 +125,7 @@ TEST(CtlReply, FailuresAreToldApart) {
   EXPECT_EQ(Status::unsendable, absent.set_octets(GlobalRow{}, 9, std::string(1500, 'x')).status);
 }
 
-TEST(CtlReply, ValuesComeBack) {
+TEST(MgmtReply, ValuesComeBack) {
   const std::string row = section(1, raw(uint16{5})) + section(0, raw(MAC));
   const auto member = [&row](auto& b) { return patched(b, 40, row); };
   EXPECT_EQ((MacMemberRow{5, MAC}), Peer(member).daemon().next(MacMemberRow{}).value);
@@ -149,7 +149,7 @@ std::string answer_number(const std::string& body) {
   return body[34] == ADR_TYPE_INT32 ? patched(body, 37, cmd) : patched(body, 33, section(0, cmd));
 }
 
-TEST(CtlReply, ManyComeBackInOrder) {
+TEST(MgmtReply, ManyComeBackInOrder) {
   std::vector<Query> all = queries(30);
   Peer(answer_number).daemon().get_all(all);
   for (const Query& query : all) {
@@ -158,7 +158,7 @@ TEST(CtlReply, ManyComeBackInOrder) {
   }
 }
 
-TEST(CtlReply, ManyAreGivenUpTogether) {
+TEST(MgmtReply, ManyAreGivenUpTogether) {
   std::vector<Query> all = queries(100);
   std::size_t asked = 0;
   Peer([&asked](auto& b) { return ++asked > 3 ? "" : answer_number(b); }).daemon(500).get_all(all);
@@ -167,7 +167,7 @@ TEST(CtlReply, ManyAreGivenUpTogether) {
   EXPECT_LE(asked, 3U + 8U) << "more was asked than was on its way already";
 }
 
-TEST(CtlReply, AnnouncementIsAnsweredByADirectorOnly) {
+TEST(MgmtReply, AnnouncementIsAnsweredByADirectorOnly) {
   const tLumenHarbourClientInfo client = {{}, 7, {}, AF_INET, 1};
   EXPECT_EQ(Status::none, Peer(frame).daemon().announce(client).status);
   // The record starts at 37, its lengths and names 28 bytes behind.
@@ -177,7 +177,7 @@ TEST(CtlReply, AnnouncementIsAnsweredByADirectorOnly) {
   EXPECT_EQ("", names.value.config);
 }
 
-TEST(CtlFormat, ValuesAreReadAsTheyAreWritten) {
+TEST(MgmtFormat, ValuesAreReadAsTheyAreWritten) {
   const auto global = [](uint32 cmd) { return lumenharbour_attr_find(LUMENHARBOUR_TABLE_GLOBAL, cmd); };
   const auto group = [](uint32 cmd) { return lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, cmd); };
   const auto* const mac = lumenharbour_attr_find(LUMENHARBOUR_TABLE_CLIENT, LUMENHARBOUR_CLIENT_MAC);

@@ -18,7 +18,7 @@
 #include <type_traits>
 #include <variant>
 
-#include "lumenharbour_nm.h"
+#include "lumenharbour_protocol.h"
 
 namespace lumenharbour {
 
