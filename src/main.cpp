@@ -1,5 +1,8 @@
 // The process: everything else is reachable without `main`, so that tests can link the daemon whole.
 
+#include <fcntl.h>
+#include <unistd.h>
+
 #include <csignal>
 #include <cstdio>
 #include <cstdlib>
@@ -27,9 +30,20 @@ uint32 number_argument(int argc, char** argv, int n) {
   return n < argc ? static_cast<uint32>(atoi(argv[n])) : 0;
 }
 
+/// Opens /dev/null on what is closed of the standard descriptors. A socket would get the number otherwise, and its peer
+/// what is meant for the console.
+void standard_descriptors_fill() {
+  int fd;
+  do {
+    fd = open("/dev/null", O_RDWR);
+  } while (fd >= 0 && fd <= STDERR_FILENO);
+  if (fd >= 0) close(fd);
+}
+
 }  // namespace
 
 int main(int argc, char** argv) {
+  standard_descriptors_fill();
   zorCatchSegFault(argc, argv);
   // A requester that hangs up early must cost a reply, not the daemon.
   signal(SIGPIPE, SIG_IGN);
