@@ -77,7 +77,9 @@ int lumenharbour_if_unit_lookup(uint32 ip, uint32* if_unit) {
 }
 
 int32 lumenharbour_route_socket_open() {
-  // Neither bound nor subscribed to a group, deliberately: whoever wants the switch to react sends to it.
+  // Neither bound nor subscribed to a group, and deliberately so. On Linux such a socket has no port that anybody could
+  // send to, and the kernel tells it of no address: what comes in here comes from platforms whose route sockets hear
+  // all messages. On a plain Linux system the start script watches the addresses, and repeats the director address.
   const int32 fd = socket(AF_NETLINK, SOCK_RAW | SOCK_CLOEXEC, 0);
   if (fd <= 0) {
     LUMENHARBOUR_DEBUG("[LumenHarbour] Failed to create route socket\r\n");
