@@ -421,31 +421,32 @@ struct tCmdRequest {
   void* pVar;                             ///< the value for the handler, null for none
 };
 
-bool index_read_unit(tAdr* adr, tCmdRequest& req) {
+/// Index readers take what they can; `decode_index` looks once whether all of it was there.
+void index_read_unit(tAdr* adr, tCmdRequest& req) {
   adr_offset(adr, ADR_ITEM_HEAD);
-  return adr_getuint32(adr, &req.unit) == 0;
+  adr_getuint32(adr, &req.unit);
 }
 
-bool index_read_mac(tAdr* adr, tCmdRequest& req) {
+void index_read_mac(tAdr* adr, tCmdRequest& req) {
   adr_offset(adr, ADR_ITEM_HEAD);
   adr_getushort(adr, &req.index.grp_id);
   adr_offset(adr, ADR_ITEM_HEAD);
-  return adr_getchar(adr, req.index.mac, LUMENHARBOUR_MAC_SIZE) != nullptr;
+  adr_getchar(adr, req.index.mac, LUMENHARBOUR_MAC_SIZE);
 }
 
-bool index_read_pid(tAdr* adr, tCmdRequest& req) {
+void index_read_pid(tAdr* adr, tCmdRequest& req) {
   adr_offset(adr, ADR_ITEM_HEAD);
   adr_getuint32(adr, &req.pidIndex.grp_id);
   adr_offset(adr, ADR_ITEM_HEAD);
-  return adr_getuint32(adr, &req.pidIndex.pid) == 0;
+  adr_getuint32(adr, &req.pidIndex.pid);
 }
 
-bool index_read_name(tAdr* adr, tCmdRequest& req) {
+void index_read_name(tAdr* adr, tCmdRequest& req) {
   adr_offset(adr, 1);
   adr_getushort(adr, &req.nameLen);
   const uint32 kept = std::min<uint32>(req.nameLen, sizeof(req.name));
   adr_getchar(adr, req.name, kept);
-  return adr_offset(adr, req.nameLen - kept) == 0;
+  adr_offset(adr, req.nameLen - kept);
 }
 
 void reply_none(tAdr*, const tCmdRequest&) {}
@@ -502,7 +503,7 @@ int run_id_by_name(tCmdRequest& req) {
 struct tCommand {
   uint8 index_num;                                   ///< index items that the request must announce
   tLumenHarbourTable table;                          ///< whose attributes `cmd` numbers
-  bool (*index_read)(tAdr* adr, tCmdRequest& req);   ///< takes the index; false: cut short
+  void (*index_read)(tAdr* adr, tCmdRequest& req);   ///< takes the index
   int (*run)(tCmdRequest& req);                      ///< calls the handler
   void (*reply)(tAdr* adr, const tCmdRequest& req);  ///< writes what the handler found, from the value section on
 };
@@ -597,7 +598,8 @@ bool decode_index(tAdr* adr, tCmdRequest& req) {
     LUMENHARBOUR_DEBUG("[LumenHarbour] Invalid index number %d for func %d\r\n!", indexNum, static_cast<int>(req.func));
     return false;
   }
-  return COMMANDS[req.func].index_read(adr, req) || refuse_cut_short(adr);
+  COMMANDS[req.func].index_read(adr, req);
+  return !adr->overrun || refuse_cut_short(adr);
 }
 
 bool refuse_value_length(uint16 shortVal, uint8 type) {
@@ -614,7 +616,8 @@ bool decode_octets(tAdr* adr, tCmdRequest& req, uint16 shortVal) {
 bool decode_int32(tAdr* adr, tCmdRequest& req, uint16 shortVal) {
   if (shortVal != sizeof(req.intVar)) return refuse_value_length(shortVal, req.type);
   req.pVar = &req.intVar;
-  return adr_getuint32(adr, &req.intVar) == 0 || refuse_value_length(shortVal, req.type);
+  adr_getuint32(adr, &req.intVar);
+  return !adr->overrun || refuse_value_length(shortVal, req.type);
 }
 
 /// An integer attribute takes and leaves the high word, the first that its value pointer leads to.
@@ -622,7 +625,8 @@ bool decode_int64(tAdr* adr, tCmdRequest& req, uint16 shortVal) {
   if (shortVal != sizeof(req.u8Var)) return refuse_value_length(shortVal, req.type);
   req.pVar = &req.u8Var;
   adr_getuint32(adr, &req.u8Var.high);
-  return adr_getuint32(adr, &req.u8Var.low) == 0 || refuse_value_length(shortVal, req.type);
+  adr_getuint32(adr, &req.u8Var.low);
+  return !adr->overrun || refuse_value_length(shortVal, req.type);
 }
 
 bool decode_value(tAdr* adr, tCmdRequest& req) {
