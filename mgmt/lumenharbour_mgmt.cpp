@@ -14,6 +14,7 @@
 #include <system_error>
 
 #include "zor_codec.h"
+#include "zor_fd.h"
 
 namespace lumenharbour {
 namespace {
@@ -56,23 +57,6 @@ struct Frame {
 };
 
 static_assert(offsetof(Frame, body) == sizeof(int32));
-
-/// A file descriptor that closes itself.
-class Socket {
- public:
-  Socket() = default;
-  ~Socket() { reset(-1); }
-  Socket(const Socket&) = delete;
-  Socket& operator=(const Socket&) = delete;
-  int fd() const { return fd_; }
-  void reset(int fd) {
-    if (fd_ >= 0) close(fd_);
-    fd_ = fd;
-  }
-
- private:
-  int fd_ = -1;
-};
 
 /// A point in time that a request must not outlast.
 class Deadline {
@@ -215,7 +199,7 @@ class Request {
   uint32 cmd_;
   uint32 value_at_ = 0;
   bool fits_ = true;
-  Socket socket_;
+  tZorFd socket_;
   Deadline deadline_;
   tAdr reply_{};
   Frame frame_;
@@ -273,13 +257,13 @@ Result Request::begin(const Connection& connection) {
   const int timeout_ms = std::max(connection.timeout_ms, 1);
   deadline_.set(timeout_ms);
   socket_.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
-  if (socket_.fd() < 0) return {Status::unreachable, errno};
-  if (const Result result = connect_to(socket_.fd(), connection, timeout_ms); !result) return result;
-  return send_frame(socket_.fd(), frame_);
+  if (socket_.fd < 0) return {Status::unreachable, errno};
+  if (const Result result = connect_to(socket_.fd, connection, timeout_ms); !result) return result;
+  return send_frame(socket_.fd, frame_);
 }
 
 Result Request::finish() {
-  const Result result = receive_frame(socket_.fd(), &frame_, frame_.len, deadline_);
+  const Result result = receive_frame(socket_.fd, &frame_, frame_.len, deadline_);
   socket_.reset(-1);
   if (!result) return result;
 

@@ -7,20 +7,12 @@
 #include <cstring>
 
 #include "lumenharbour.h"
+#include "zor_fd.h"
 
 namespace {
 
 constexpr uint32 CLIENTS_DEFAULT = 100;
 constexpr uint32 GROUPS_DEFAULT = 10;  // custom and built-in groups alike
-
-/// Closes a descriptor at the end of its life.
-struct FdCloser {
-  int32 fd;
-  explicit FdCloser(int32 descriptor) : fd(descriptor) {}
-  ~FdCloser() { close(fd); }
-  FdCloser(const FdCloser&) = delete;
-  FdCloser& operator=(const FdCloser&) = delete;
-};
 
 void size_default(uint32* p_size, uint32 size) {
   if (*p_size == 0) *p_size = size;
@@ -198,7 +190,7 @@ int32 lumenharbour_imagelist_file_create(const char* p_inname, uint32 name_len, 
 }
 
 int lumenharbour_imagelist_file_write(int32 fd, const char* p_buf, uint32 len) {
-  const FdCloser closer(fd);
+  const tZorFd closer(fd);
   LUMENHARBOUR_DEBUG("[LumenHarbour] Write imagelsit file: len %d, buffer: %s.\r\n", static_cast<int>(len), p_buf);
   if (len >= lumenharbour_get_fs_free_space()) {
     LUMENHARBOUR_DEBUG("[LumenHarbour] Ram disk is full!\r\n");

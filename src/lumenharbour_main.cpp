@@ -15,6 +15,7 @@
 #include "lumenharbour.h"
 #include "zor_attr.h"
 #include "zor_codec.h"
+#include "zor_fd.h"
 
 tLumenHarbourInfo gLumenHarbourInfo;
 uint32 gLumenHarbourInit;
@@ -325,32 +326,39 @@ void lumenharbour_timeout() {
 
 namespace {
 
-/// An accepted connection, closed at the end of its block.
-struct tConnection {
-  int32 fd;
-  explicit tConnection(int32 accepted) : fd(accepted) {}
-  ~tConnection() {
-    if (fd > 0) close(fd);
-  }
-  tConnection(const tConnection&) = delete;
-  tConnection& operator=(const tConnection&) = delete;
-};
-
 int32 connection_accept() {
   sockaddr_un addr = {};
   socklen_t len = sizeof(addr);
   return accept4(gLumenHarbourInfo.cmd_socket, reinterpret_cast<sockaddr*>(&addr), &len, SOCK_CLOEXEC);
 }
 
-/// Reads the body of a request. @return false when it is not `len` bytes, or cannot be.
+/// Tells of a transfer that was not whole as `perror` does, but with the bytes where no call has failed.
+///
+/// @param[in] count  bytes that went through, below 0 for a failed call with its `errno`
+void short_transfer_tell(const char* message, ssize_t count, int32 wanted) {
+  if (count < 0)
+    perror(message);
+  else
+    fprintf(stderr, "%s: %d of %d bytes\n", message, static_cast<int>(count), wanted);
+}
+
+/// Reads `len` bytes in one call. @return false, with a line on standard error, when they do not all come.
+bool receive(int32 fd, void* buf, int32 len, const char* message) {
+  const ssize_t count = recv(fd, buf, static_cast<size_t>(len), 0);
+  if (count == len) return true;
+  short_transfer_tell(message, count, len);
+  return false;
+}
+
+/// Reads the body of a request. @return as `receive`; false also for a length that no request has.
 bool body_receive(int32 fd, uint8* buf, int32 len) {
+  constexpr char message[] = "[LumenHarbour] Receive buffer failed!\r\n";
   if (len < 0 || len > static_cast<int32>(LUMENHARBOUR_MSG_MAX)) {
-    errno = EMSGSIZE;
+    fprintf(stderr, "%s: %d bytes announced, at most %u are allowed\n", message, len, LUMENHARBOUR_MSG_MAX);
     return false;
   }
   // Asking for no bytes would wait for some to come.
-  if (len == 0) return true;
-  return recv(fd, buf, static_cast<size_t>(len), 0) == len;
+  return len == 0 || receive(fd, buf, len, message);
 }
 
 /// Sends a length and as many bytes. @return 0, or -1 when not all went out.
@@ -365,14 +373,14 @@ int32 reply_send(int32 fd, uint8* buf, int32 len) {
   const int error = errno;
   LUMENHARBOUR_DEBUG("[LumenHarbour] Send %d bytes but not %d!\r\n", static_cast<int>(sent), whole);
   errno = error;
-  perror("[LumenHarbour] Send message failed!\r\n");
+  short_transfer_tell("[LumenHarbour] Send message failed!\r\n", sent, whole);
   return -1;
 }
 
 }  // namespace
 
 int32 lumenHarbour_cmd_server() {
-  const tConnection connection(connection_accept());
+  const tZorFd connection(connection_accept());
   if (connection.fd <= 0) {
     perror("[LumenHarbour] accept ERROR!\r\n");
     return -1;
@@ -382,16 +390,10 @@ int32 lumenHarbour_cmd_server() {
     return -1;
   }
   int32 buflen = 0;
-  if (recv(connection.fd, &buflen, sizeof(buflen), 0) != sizeof(buflen)) {
-    perror("[LumenHarbour] Receive buflen failed!\r\n");
-    return -1;
-  }
+  if (!receive(connection.fd, &buflen, sizeof(buflen), "[LumenHarbour] Receive buflen failed!\r\n")) return -1;
   // Zeroed, since an empty request is answered with bytes that nothing wrote.
   uint8 buf[LUMENHARBOUR_MSG_MAX] = {};
-  if (!body_receive(connection.fd, buf, buflen)) {
-    perror("[LumenHarbour] Receive buffer failed!\r\n");
-    return -1;
-  }
+  if (!body_receive(connection.fd, buf, buflen)) return -1;
   buflen = lumenHarbour_cmd_process(buf, buflen);
   if (buflen == 0) LUMENHARBOUR_DEBUG("[LumenHarbour] Process command failed!\n\r");
   return reply_send(connection.fd, buf, buflen);

@@ -5,7 +5,6 @@
 /// commands. Nothing outside this folder includes it but the platform's own tests.
 
 #include <net/if.h>
-#include <unistd.h>
 
 #include <algorithm>
 #include <cstddef>
@@ -98,16 +97,3 @@ constexpr std::string_view zorLinuxTail(std::string_view text, std::size_t n) {
   text.remove_prefix(std::min(n, text.size()));
   return text;
 }
-
-/// A descriptor that closes itself; negative holds none.
-class tZorLinuxFd {
- public:
-  explicit tZorLinuxFd(int number) : fd(number) {}
-  ~tZorLinuxFd() {
-    if (fd >= 0) close(fd);
-  }
-  tZorLinuxFd(const tZorLinuxFd&) = delete;
-  tZorLinuxFd& operator=(const tZorLinuxFd&) = delete;
-
-  const int fd;
-};

@@ -1,12 +1,14 @@
 #include <fcntl.h>
 #include <sys/stat.h>
 #include <sys/wait.h>
+#include <unistd.h>
 
 #include <cerrno>
 #include <cstdlib>
 #include <cstring>
 
 #include "zor_attr.h"
+#include "zor_fd.h"
 #include "zor_linux.h"
 
 namespace {
@@ -67,9 +69,9 @@ bool write_all(int fd, const char* bytes, size_t count) {
 // The dump gets its size before its bytes. The daemon tells a configured switch by the dump's size, and a size needs no
 // room, so a copy that fails on a full RAM disk or an unreadable source still does not make the switch look new.
 int dump_write(const char* source, off_t size, const char* path) {
-  const tZorLinuxFd to(dump_open(path));
+  const tZorFd to(dump_open(path));
   if (to.fd < 0 || ftruncate(to.fd, size) != 0) return report_failed(path);
-  const tZorLinuxFd from(open(source, O_RDONLY | O_CLOEXEC));
+  const tZorFd from(open(source, O_RDONLY | O_CLOEXEC));
   if (from.fd < 0) return report_failed(source);
   off_t copied = 0;
   char block[4096];

@@ -10,6 +10,7 @@
 #include <cstring>
 
 #include "zor_attr.h"
+#include "zor_fd.h"
 #include "zor_linux.h"
 
 namespace {
@@ -53,7 +54,7 @@ int unit_of_uplink(uint32* unit) {
 
 // @return the VLAN id that an interface carries, -1 when it is no VLAN interface.
 int vlan_id(const char* name) {
-  const tZorLinuxFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
+  const tZorFd sock(socket(AF_INET, SOCK_DGRAM | SOCK_CLOEXEC, 0));
   if (sock.fd < 0) return -1;
   vlan_ioctl_args request = {};
   static_assert(sizeof(request.device1) >= IF_NAMESIZE);
