@@ -33,7 +33,5 @@ tLumenHarbourClientEntry* lumenharbour_client_lookup(uint32 entry_index) {
 
 void lumenharbour_database_flush() {
   LUMENHARBOUR_DEBUG("[LumenHarbour] Flush director database.\r\n");
-  list_head* const head = &gLumenHarbourInfo.client_used_tbl;
-  for (list_head *node = head->next, *next = node->next; node != head; node = next, next = node->next)
-    lumenharbour_client_del(list_entry<tLumenHarbourClientEntry>(node));
+  list_each<tLumenHarbourClientEntry>(&gLumenHarbourInfo.client_used_tbl, lumenharbour_client_del);
 }

@@ -18,12 +18,6 @@ void size_default(uint32* p_size, uint32 size) {
   if (*p_size == 0) *p_size = size;
 }
 
-/// Deletes every group of a used list.
-void grps_delete(list_head* head, void (*grp_del)(tLumenHarbourGrpEntry*)) {
-  for (list_head *node = head->next, *next = node->next; node != head; node = next, next = node->next)
-    grp_del(list_entry<tLumenHarbourGrpEntry>(node));
-}
-
 bool grp_matches(tLumenHarbourGrpEntry* p_grp, const tLumenHarbourClientEntry* p_client) {
   return lumenharbour_custom_mac_lookup(p_grp, p_client->mac) != nullptr ||
          lumenharbour_custom_pid_lookup(p_grp, p_client->pid) != nullptr;
@@ -32,12 +26,10 @@ bool grp_matches(tLumenHarbourGrpEntry* p_grp, const tLumenHarbourClientEntry* p
 /// @return the custom group for a client: the smallest type, and of one type the newest; null when none matches.
 tLumenHarbourGrpEntry* custom_grp_best(const tLumenHarbourClientEntry* p_client) {
   tLumenHarbourGrpEntry* p_best = nullptr;
-  list_head* const head = &gLumenHarbourInfo.custom_grp_used_tbl;
-  for (list_head* node = head->next; node != head; node = node->next) {
-    tLumenHarbourGrpEntry* p_grp = list_entry<tLumenHarbourGrpEntry>(node);
-    if (!grp_matches(p_grp, p_client)) continue;
+  list_each<tLumenHarbourGrpEntry>(&gLumenHarbourInfo.custom_grp_used_tbl, [&](tLumenHarbourGrpEntry* p_grp) {
+    if (!grp_matches(p_grp, p_client)) return;
     if (p_best == nullptr || p_grp->custom_type < p_best->custom_type) p_best = p_grp;
-  }
+  });
   return p_best;
 }
 
@@ -54,12 +46,10 @@ tLumenHarbourGrpEntry* custom_grp_best(const tLumenHarbourClientEntry* p_client)
 
 /// @return the client with this MAC address, the newest of several, or null.
 tLumenHarbourClientEntry* client_find(const uint8* p_mac) {
-  list_head* const head = &gLumenHarbourInfo.client_used_tbl;
-  for (list_head* node = head->next; node != head; node = node->next) {
-    tLumenHarbourClientEntry* p_client = list_entry<tLumenHarbourClientEntry>(node);
-    if (memcmp(p_client->mac, p_mac, LUMENHARBOUR_MAC_SIZE) == 0) return p_client;
-  }
-  return nullptr;
+  return list_find<tLumenHarbourClientEntry>(&gLumenHarbourInfo.client_used_tbl,
+                                             [p_mac](const tLumenHarbourClientEntry* p_client) {
+                                               return memcmp(p_client->mac, p_mac, LUMENHARBOUR_MAC_SIZE) == 0;
+                                             });
 }
 
 /// @return a new client with this MAC address, or null when the database is full.
@@ -117,8 +107,8 @@ int lumenharbour_director_enable() {
 
 void lumenharbour_director_disable() {
   tLumenHarbourInfo& info = gLumenHarbourInfo;
-  grps_delete(&info.custom_grp_used_tbl, lumenharbour_custom_grp_del);
-  grps_delete(&info.builtin_grp_used_tbl, lumenharbour_builtin_grp_del);
+  list_each<tLumenHarbourGrpEntry>(&info.custom_grp_used_tbl, lumenharbour_custom_grp_del);
+  list_each<tLumenHarbourGrpEntry>(&info.builtin_grp_used_tbl, lumenharbour_builtin_grp_del);
   lumenharbour_imagelist_file_remove(info.default_imagelist_name);
   lumenharbour_database_flush();
   lumenharbour_mem_free();

@@ -9,16 +9,6 @@
 
 namespace {
 
-/// @return the first record on the list that `match` accepts, which is the newest of them, or null.
-template <typename Record, typename Match>
-Record* list_find(list_head* head, Match match) {
-  for (list_head* node = head->next; node != head; node = node->next) {
-    Record* p_record = list_entry<Record>(node);
-    if (match(p_record)) return p_record;
-  }
-  return nullptr;
-}
-
 /// @return the free record with the lowest index, or null.
 tLumenHarbourGrpEntry* grp_first_free(tLumenHarbourGrpEntry* grp_tbl, uint32 max_num) {
   for (uint32 i = 0; i < max_num; i++)
@@ -36,9 +26,7 @@ void grp_start(tLumenHarbourGrpEntry* p_grp, uint32 id, uint8 grp_type, list_hea
 
 void grp_del(tLumenHarbourGrpEntry* p_grp, list_head* free_tbl) {
   if (p_grp == nullptr) return;
-  list_head* const head = &p_grp->config_tbl;
-  for (list_head *node = head->next, *next = node->next; node != head; node = next, next = node->next)
-    lumenharbour_grpid_del(list_entry<tLumenHarbourGrpIdEntry>(node));
+  list_each<tLumenHarbourGrpIdEntry>(&p_grp->config_tbl, lumenharbour_grpid_del);
   lumenharbour_grp_inactive(p_grp);
   p_grp->status = 0;
   list_unlink(&p_grp->node);

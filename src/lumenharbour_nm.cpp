@@ -31,23 +31,33 @@ int truth_answer(void* var, bool on) {
   return integer_answer(var, on ? LUMENHARBOUR_ON : LUMENHARBOUR_OFF);
 }
 
-/// Copies an octet string into a text field that keeps its last byte 0, and lowers the caller's length to what fitted.
-template <uint32 size>
-int text_set(char (&field)[size], octetstring* value) {
-  value->len = std::min(value->len, size - 1);
-  memset(field, 0, size);
-  memcpy(field, value->pBuf, value->len);
+/// A text field of a record.
+struct tText {
+  char* field;
+  uint32 size;  ///< bytes, the terminator's included
+};
+
+/// Copies an octet string into a text field, whose last byte stays 0, and lowers the caller's length to what fitted.
+int text_set(tText text, octetstring* value) {
+  value->len = std::min(value->len, text.size - 1);
+  memset(text.field, 0, text.size);
+  memcpy(text.field, value->pBuf, value->len);
   return 0;
 }
 
 /// Copies a text field without its terminator. The room asked for is that of the longest text, whatever the field
 /// holds.
-template <uint32 size>
-int text_get(const char (&field)[size], octetstring* value) {
-  if (value->len < size - 1) return ERR_ZOR_BUFSHORT;
-  value->len = static_cast<uint32>(strnlen(field, size - 1));
-  memcpy(value->pBuf, field, value->len);
+int text_get(tText text, octetstring* value) {
+  if (value->len < text.size - 1) return ERR_ZOR_BUFSHORT;
+  value->len = static_cast<uint32>(strnlen(text.field, text.size - 1));
+  memcpy(value->pBuf, text.field, value->len);
   return 0;
+}
+
+/// @return the text field `field` of a record.
+template <auto field, typename Record>
+tText text_of(Record& record) {
+  return {record.*field, sizeof(record.*field)};
 }
 
 /// An octet string as text for a message; a temporary in the message's arguments.
@@ -64,6 +74,36 @@ T* pool_find(T* tbl, uint32 num, uint64 from, uint8 T::*used) {
   if (tbl == nullptr) return nullptr;
   for (uint64 i = from; i < num; i++)
     if (tbl[i].*used != 0) return &tbl[i];
+  return nullptr;
+}
+
+// ---------------------------------------------------------------------------------------------------------------------
+// Rows of attributes
+
+/// @return whether `rows` are the attributes of a table as the attribute table has them, each once and none left out.
+///
+/// @param[in] cmd     member that holds a row's attribute number; 0 there: the row is not of this table
+/// @param[in] agrees  whether a row does what its attribute promises
+template <typename Row, size_t count, typename Agrees>
+constexpr bool rows_match(const Row (&rows)[count], uint32 Row::*cmd, tLumenHarbourTable table, Agrees agrees) {
+  size_t missing = 0;
+  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) missing += attr.table == table ? 1 : 0;
+  for (const Row& row : rows) {
+    if (row.*cmd == 0) continue;
+    const tLumenHarbourAttr* attr = lumenharbour_attr_find(table, row.*cmd);
+    if (attr == nullptr || !agrees(row, *attr)) return false;
+    for (const Row* other = rows; other != &row; other++)
+      if (other->*cmd == row.*cmd) return false;
+    missing--;
+  }
+  return missing == 0;
+}
+
+/// @return the row of attribute `value`, or null.
+template <typename Row, size_t count>
+const Row* row_find(const Row (&rows)[count], uint32 Row::*cmd, uint32 value) {
+  for (const Row& row : rows)
+    if (row.*cmd == value && value != 0) return &row;
   return nullptr;
 }
 
@@ -151,7 +191,7 @@ int set_default_config_type(void* var) {
 int set_default_image_name(void* var) {
   tLumenHarbourInfo& info = gLumenHarbourInfo;
   octetstring* value = octets_of(var);
-  text_set(info.default_image_name, value);
+  text_set(text_of<&tLumenHarbourInfo::default_image_name>(info), value);
   if (value->len == 0) {
     lumenharbour_imagelist_file_remove(info.default_imagelist_name);
     return 0;
@@ -163,8 +203,7 @@ int set_default_image_name(void* var) {
 
 /// The default imagelist names no configuration, so it stays as it is.
 int set_default_config_name(void* var) {
-  tLumenHarbourInfo& info = gLumenHarbourInfo;
-  return text_set(info.default_config_name, octets_of(var));
+  return text_set(text_of<&tLumenHarbourInfo::default_config_name>(gLumenHarbourInfo), octets_of(var));
 }
 
 int set_database_flush(void*) {
@@ -281,9 +320,9 @@ int get_default_config_type(void* var) {
   return integer_answer(var, gLumenHarbourInfo.default_config_local);
 }
 
-template <char (tLumenHarbourInfo::*field)[LUMENHARBOUR_FILENAME_SIZE]>
+template <auto field>
 int get_name(void* var) {
-  return text_get(gLumenHarbourInfo.*field, octets_of(var));
+  return text_get(text_of<field>(gLumenHarbourInfo), octets_of(var));
 }
 
 template <uint32 tLumenHarbourInfo::*field>
@@ -368,14 +407,15 @@ constexpr tGlobalHandler GLOBAL_HANDLERS[] = {
     {LUMENHARBOUR_GLB_CALLBACK, nullptr, get_callback},
 };
 
-constexpr const tGlobalHandler* global_handler_find(uint32 cmd) {
-  for (const tGlobalHandler& handler : GLOBAL_HANDLERS)
-    if (handler.cmd == cmd) return &handler;
-  return nullptr;
-}
+static_assert(rows_match(GLOBAL_HANDLERS, &tGlobalHandler::cmd, LUMENHARBOUR_TABLE_GLOBAL,
+                         [](const tGlobalHandler& row, const tLumenHarbourAttr& attr) {
+                           return (row.get != nullptr) == ((attr.access & LUMENHARBOUR_ATTR_GET) != 0) &&
+                                  (row.set != nullptr) == ((attr.access & LUMENHARBOUR_ATTR_SET) != 0);
+                         }),
+              "each global attribute has one row here and one in the attribute table, with the same directions");
 
 int global_set(uint32 cmd, void* var) {
-  const tGlobalHandler* handler = global_handler_find(cmd);
+  const tGlobalHandler* handler = row_find(GLOBAL_HANDLERS, &tGlobalHandler::cmd, cmd);
   if (handler == nullptr || handler->set == nullptr) return ERR_ZOR_UNSUPPORTED;
   const tLumenHarbourAttr* attr = lumenharbour_attr_find(LUMENHARBOUR_TABLE_GLOBAL, cmd);
   if (var == nullptr && attr->value != LUMENHARBOUR_VALUE_IGNORED) return ERR_ZOR_UNSUPPORTED;
@@ -389,7 +429,7 @@ int global_set(uint32 cmd, void* var) {
 }
 
 int global_get(uint32 cmd, void* var) {
-  const tGlobalHandler* handler = global_handler_find(cmd);
+  const tGlobalHandler* handler = row_find(GLOBAL_HANDLERS, &tGlobalHandler::cmd, cmd);
   if (handler == nullptr || handler->get == nullptr || var == nullptr) return ERR_ZOR_UNSUPPORTED;
   return handler->get(var);
 }
@@ -420,31 +460,124 @@ int lumenharbourGetApi(void*, unsigned int cmd, void* var) {
 
 namespace {
 
-tLumenHarbourGrpEntry* custom_grp_find(uint64 from) {
-  const tLumenHarbourInfo& info = gLumenHarbourInfo;
-  return pool_find(info.custom_grp_tbl, info.custom_grp_max_num, from, &tLumenHarbourGrpEntry::status);
+using Grp = tLumenHarbourGrpEntry;
+
+/// A field of a group as an attribute: a number of one byte, or a text.
+struct tGrpField {
+  uint32 custom;                            ///< attribute of a custom group, 0: it has none
+  uint32 builtin;                           ///< attribute of a built-in group, 0: it has none
+  uint8 Grp::*number;                       ///< where a number lives, kept in its low byte; null for a text
+  tText (*text)(Grp& grp);                  ///< where a text lives; null for a number
+  int (*check)(const Grp& grp, void* var);  ///< the code by which a value is refused, 0 for none; null: any is taken
+  void (*tell)(const octetstring& value);   ///< prints what a custom group is given; null for nothing
+};
+
+/// A name is some other group's or free; a group may be given its own once more.
+int name_check(const Grp& grp, void* var) {
+  const octetstring* name = octets_of(var);
+  const Grp* other = lumenharbour_custom_grp_lookup_by_name(name->pBuf, name->len);
+  return other != nullptr && other->id != grp.id ? ERR_ZOR_EXISTS : 0;
 }
 
-/// @return the first custom group in use behind `p_grp`, or null. By place, since an id holds 16 bits of it.
-tLumenHarbourGrpEntry* custom_grp_after(const tLumenHarbourGrpEntry* p_grp) {
-  return custom_grp_find(static_cast<uint64>(p_grp - gLumenHarbourInfo.custom_grp_tbl) + 1);
+int type_check(const Grp&, void* var) {
+  return integer_of(var) >= LUMENHARBOUR_CUSTOMGRP_TYPE_MAX ? ERR_BARE_INVALID : 0;
 }
 
-/// A location kind is kept as it comes, in its low byte; only 1, local, has a meaning.
-int location_set(uint8& field, const void* var) {
-  field = static_cast<uint8>(integer_of(var));
-  return 0;
+void name_tell(const octetstring& value) {
+  LUMENHARBOUR_DEBUG("[LumenHarbour] Group name: name %s, len %d.\r\n", tOctetText(&value).text,
+                     static_cast<int>(value.len));
 }
 
-/// Marks a group just added. @return 0, or the bare ENOMEM when the store had no record.
-int grp_created(tLumenHarbourGrpEntry* p_grp) {
+void image_tell(const octetstring& value) {
+  LUMENHARBOUR_DEBUG("[LumenHarbour] Imagelist name: len %d, name %s.\r\n", static_cast<int>(value.len),
+                     tOctetText(&value).text);
+}
+
+void config_tell(const octetstring& value) {
+  LUMENHARBOUR_DEBUG("[LumenHarbour] Configfile name: len %d, name %s.\r\n", static_cast<int>(value.len),
+                     tOctetText(&value).text);
+}
+
+/// The row status is among them for its reading; what setting it does is `grp_status_set`.
+constexpr tGrpField GRP_FIELDS[] = {
+    {LUMENHARBOUR_CUSTOMGRP_STATUS, LUMENHARBOUR_BUILTINGRP_STATUS, &Grp::status, nullptr, nullptr, nullptr},
+    {LUMENHARBOUR_CUSTOMGRP_NAME, 0, nullptr, text_of<&Grp::name>, name_check, name_tell},
+    {LUMENHARBOUR_CUSTOMGRP_TYPE, 0, &Grp::custom_type, nullptr, type_check, nullptr},
+    {LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, LUMENHARBOUR_BUILTINGRP_IMAGETYPE, &Grp::imagefile_is_local, nullptr, nullptr,
+     nullptr},
+    {LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE, LUMENHARBOUR_BUILTINGRP_CONFIGTYPE, &Grp::configfile_is_local, nullptr, nullptr,
+     nullptr},
+    {LUMENHARBOUR_CUSTOMGRP_IMAGENAME, LUMENHARBOUR_BUILTINGRP_IMAGENAME, nullptr, text_of<&Grp::image_file_name>,
+     nullptr, image_tell},
+    {LUMENHARBOUR_CUSTOMGRP_CONFIGNAME, LUMENHARBOUR_BUILTINGRP_CONFIGNAME, nullptr, text_of<&Grp::config_file_name>,
+     nullptr, config_tell},
+};
+
+/// @return whether a field is of the kind that its attribute promises.
+constexpr bool grp_field_agrees(const tGrpField& field, const tLumenHarbourAttr& attr) {
+  const bool is_right = lumenharbour_value_is_integer(attr.value) ? field.number != nullptr && field.text == nullptr
+                                                                  : field.number == nullptr && field.text != nullptr;
+  return is_right && attr.access == (LUMENHARBOUR_ATTR_GET | LUMENHARBOUR_ATTR_SET);
+}
+
+static_assert(rows_match(GRP_FIELDS, &tGrpField::custom, LUMENHARBOUR_TABLE_CUSTOMGRP, grp_field_agrees));
+static_assert(rows_match(GRP_FIELDS, &tGrpField::builtin, LUMENHARBOUR_TABLE_BUILTINGRP, grp_field_agrees));
+
+/// What the two tables of groups do not have in common.
+struct tGrpTable {
+  uint32 tGrpField::*cmd;              ///< attribute numbers
+  Grp* tLumenHarbourInfo::*tbl;        ///< pool
+  uint32 tLumenHarbourInfo::*max_num;  ///< records in the pool
+  Grp* (*add)(uint32 index);
+  void (*del)(Grp* p_grp);
+  const char* missing;  ///< debug message for a row that is not there
+  bool is_told;         ///< what is set is printed under the debug switch
+};
+
+constexpr tGrpTable CUSTOM = {&tGrpField::custom,
+                              &tLumenHarbourInfo::custom_grp_tbl,
+                              &tLumenHarbourInfo::custom_grp_max_num,
+                              lumenharbour_custom_grp_add,
+                              lumenharbour_custom_grp_del,
+                              "[LumenHarbour] Custom group does not exist!\r\n",
+                              true};
+constexpr tGrpTable BUILTIN = {&tGrpField::builtin,
+                               &tLumenHarbourInfo::builtin_grp_tbl,
+                               &tLumenHarbourInfo::builtin_grp_max_num,
+                               lumenharbour_builtin_grp_add,
+                               lumenharbour_builtin_grp_del,
+                               "[LumenHarbour] This built-in group does not exist!\r\n",
+                               false};
+
+/// @return the first group in use from slot `from` of its pool on, or null.
+Grp* grp_find(const tGrpTable& table, uint64 from) {
+  return pool_find(gLumenHarbourInfo.*table.tbl, gLumenHarbourInfo.*table.max_num, from, &Grp::status);
+}
+
+/// @return the first group in use behind `p_grp`, or null. By place, since an id holds 16 bits of it.
+Grp* grp_after(const tGrpTable& table, const Grp* p_grp) {
+  return grp_find(table, static_cast<uint64>(p_grp - gLumenHarbourInfo.*table.tbl) + 1);
+}
+
+int row_missing(const char* message) {
+  LUMENHARBOUR_DEBUG("%s", message);
+  return ERR_ZOR_NOTFOUND;
+}
+
+/// Makes the row of a group. @return 0, or the bare ENOMEM when the store has no record.
+int grp_create(const tGrpTable& table, uint32 index) {
+  Grp* p_grp = table.add(index);
   if (p_grp == nullptr) return ERR_BARE_NOMEM;
   p_grp->status = LUMENHARBOUR_ROW_CREATE;
   return 0;
 }
 
-/// Writes the row status of a group that exists.
-int grp_status_set(tLumenHarbourGrpEntry* p_grp, uint32 value, void (*del)(tLumenHarbourGrpEntry*)) {
+/// Writes a row status. @param[in] p_grp null for a group that is not there.
+int grp_status_set(const tGrpTable& table, Grp* p_grp, uint32 index, const void* var) {
+  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
+  const uint32 value = integer_of(var);
+  if (table.is_told) LUMENHARBOUR_DEBUG("[LumenHarbour] Status = %d.\r\n", static_cast<int>(value));
+  if (p_grp == nullptr) return value == LUMENHARBOUR_ROW_CREATE ? grp_create(table, index) : ERR_ZOR_NOTFOUND;
   switch (value) {
     case LUMENHARBOUR_ROW_ACTIVE:
       if (lumenharbour_grp_active(p_grp) != 0) return ERR_AUTOCFG_IMAGELIST;
@@ -457,92 +590,45 @@ int grp_status_set(tLumenHarbourGrpEntry* p_grp, uint32 value, void (*del)(tLume
       p_grp->status = LUMENHARBOUR_ROW_INACTIVE;
       return 0;
     case LUMENHARBOUR_ROW_DESTROY:
-      del(p_grp);
+      table.del(p_grp);
       return 0;
     default:
       return ERR_ZOR_UNSUPPORTED;
   }
 }
 
-int custom_grp_status_set(tLumenHarbourGrpEntry* p_grp, uint32 grp_id, void* var) {
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  const uint32 value = integer_of(var);
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Status = %d.\r\n", static_cast<int>(value));
-  if (p_grp != nullptr) return grp_status_set(p_grp, value, lumenharbour_custom_grp_del);
-  if (value != LUMENHARBOUR_ROW_CREATE) return ERR_ZOR_NOTFOUND;
-  return grp_created(lumenharbour_custom_grp_add(grp_id));
+int grp_field_set(const tGrpTable& table, const tGrpField& field, Grp& grp, void* var) {
+  if (field.check != nullptr)
+    if (const int rc = field.check(grp, var); rc != 0) return rc;
+  if (field.number != nullptr) {
+    grp.*field.number = static_cast<uint8>(integer_of(var));
+    return 0;
+  }
+  if (table.is_told && field.tell != nullptr) field.tell(*octets_of(var));
+  return text_set(field.text(grp), octets_of(var));
 }
 
-int custom_grp_name_set(tLumenHarbourGrpEntry* p_grp, octetstring* name) {
-  const tLumenHarbourGrpEntry* other = lumenharbour_custom_grp_lookup_by_name(name->pBuf, name->len);
-  if (other != nullptr && other->id != p_grp->id) return ERR_ZOR_EXISTS;
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Group name: name %s, len %d.\r\n", tOctetText(name).text,
-                     static_cast<int>(name->len));
-  return text_set(p_grp->name, name);
+int grp_set(const tGrpTable& table, Grp* p_grp, uint32 index, uint32 cmd, void* var) {
+  if (cmd == LUMENHARBOUR_ROW_STATUS) return grp_status_set(table, p_grp, index, var);
+  if (p_grp == nullptr) return row_missing(table.missing);
+  const tGrpField* field = row_find(GRP_FIELDS, table.cmd, cmd);
+  if (field == nullptr || var == nullptr) return ERR_ZOR_UNSUPPORTED;
+  return grp_field_set(table, *field, *p_grp, var);
 }
 
-int custom_grp_set(tLumenHarbourGrpEntry* p_grp, uint32 grp_id, uint32 cmd, void* var) {
-  if (p_grp == nullptr && cmd != LUMENHARBOUR_CUSTOMGRP_STATUS) {
-    LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group does not exist!\r\n");
-    return ERR_ZOR_NOTFOUND;
-  }
-  if (cmd == LUMENHARBOUR_CUSTOMGRP_STATUS) return custom_grp_status_set(p_grp, grp_id, var);
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  switch (cmd) {
-    case LUMENHARBOUR_CUSTOMGRP_NAME:
-      return custom_grp_name_set(p_grp, octets_of(var));
-    case LUMENHARBOUR_CUSTOMGRP_TYPE:
-      if (integer_of(var) >= LUMENHARBOUR_CUSTOMGRP_TYPE_MAX) return ERR_BARE_INVALID;
-      p_grp->custom_type = static_cast<uint8>(integer_of(var));
-      return 0;
-    case LUMENHARBOUR_CUSTOMGRP_IMAGETYPE:
-      return location_set(p_grp->imagefile_is_local, var);
-    case LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE:
-      return location_set(p_grp->configfile_is_local, var);
-    case LUMENHARBOUR_CUSTOMGRP_IMAGENAME:
-      LUMENHARBOUR_DEBUG("[LumenHarbour] Imagelist name: len %d, name %s.\r\n", static_cast<int>(octets_of(var)->len),
-                         tOctetText(octets_of(var)).text);
-      return text_set(p_grp->image_file_name, octets_of(var));
-    case LUMENHARBOUR_CUSTOMGRP_CONFIGNAME:
-      LUMENHARBOUR_DEBUG("[LumenHarbour] Configfile name: len %d, name %s.\r\n", static_cast<int>(octets_of(var)->len),
-                         tOctetText(octets_of(var)).text);
-      return text_set(p_grp->config_file_name, octets_of(var));
-    default:
-      return ERR_ZOR_UNSUPPORTED;
-  }
-}
-
-int custom_grp_get(const tLumenHarbourGrpEntry* p_grp, uint32 cmd, void* var) {
-  if (p_grp == nullptr) {
-    LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group does not exist!\r\n");
-    return ERR_ZOR_NOTFOUND;
-  }
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  switch (cmd) {
-    case LUMENHARBOUR_CUSTOMGRP_STATUS:
-      return integer_answer(var, p_grp->status);
-    case LUMENHARBOUR_CUSTOMGRP_NAME:
-      return text_get(p_grp->name, octets_of(var));
-    case LUMENHARBOUR_CUSTOMGRP_TYPE:
-      return integer_answer(var, p_grp->custom_type);
-    case LUMENHARBOUR_CUSTOMGRP_IMAGETYPE:
-      return integer_answer(var, p_grp->imagefile_is_local);
-    case LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE:
-      return integer_answer(var, p_grp->configfile_is_local);
-    case LUMENHARBOUR_CUSTOMGRP_IMAGENAME:
-      return text_get(p_grp->image_file_name, octets_of(var));
-    case LUMENHARBOUR_CUSTOMGRP_CONFIGNAME:
-      return text_get(p_grp->config_file_name, octets_of(var));
-    default:
-      return ERR_ZOR_UNSUPPORTED;
-  }
+int grp_get(const tGrpTable& table, Grp* p_grp, uint32 cmd, void* var) {
+  if (p_grp == nullptr) return row_missing(table.missing);
+  const tGrpField* field = row_find(GRP_FIELDS, table.cmd, cmd);
+  if (field == nullptr || var == nullptr) return ERR_ZOR_UNSUPPORTED;
+  if (field->number != nullptr) return integer_answer(var, p_grp->*field->number);
+  return text_get(field->text(*p_grp), octets_of(var));
 }
 
 }  // namespace
 
 int lumenharbourCustomGrpGetFirst(unsigned int* p_index) {
   const tLumenHarbourLock lock;
-  const tLumenHarbourGrpEntry* p_grp = custom_grp_find(0);
+  const tLumenHarbourGrpEntry* p_grp = grp_find(CUSTOM, 0);
   if (p_grp == nullptr) return -1;
   *p_index = p_grp->id;
   return 0;
@@ -550,7 +636,7 @@ int lumenharbourCustomGrpGetFirst(unsigned int* p_index) {
 
 int lumenharbourCustomGrpGetNext(unsigned int group_index, unsigned int* p_nextindex) {
   const tLumenHarbourLock lock;
-  const tLumenHarbourGrpEntry* p_grp = custom_grp_find(uint64{group_index} + 1);
+  const tLumenHarbourGrpEntry* p_grp = grp_find(CUSTOM, uint64{group_index} + 1);
   if (p_grp == nullptr) return -1;
   *p_nextindex = p_grp->id;
   return 0;
@@ -568,7 +654,7 @@ int lumenharbourCustomGrpSetApi(unsigned int group_index, unsigned int cmd, void
   LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group set: group index = %d, cmd = %ld.\r\n", static_cast<int>(group_index),
                      static_cast<long>(cmd));
   const tLumenHarbourLock lock;
-  const int rc = custom_grp_set(lumenharbour_custom_grp_lookup(group_index), group_index, cmd, var);
+  const int rc = grp_set(CUSTOM, lumenharbour_custom_grp_lookup(group_index), group_index, cmd, var);
   LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group set: rc = %d.\r\n", rc);
   return rc;
 }
@@ -577,7 +663,7 @@ int lumenharbourCustomGrpGetApi(unsigned int group_index, unsigned int cmd, void
   LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group get: group id = %d, cmd = %ld.\r\n", static_cast<int>(group_index),
                      static_cast<long>(cmd));
   const tLumenHarbourLock lock;
-  const int rc = custom_grp_get(lumenharbour_custom_grp_lookup(group_index), cmd, var);
+  const int rc = grp_get(CUSTOM, lumenharbour_custom_grp_lookup(group_index), cmd, var);
   LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group get: rc = %ld.\r\n", static_cast<long>(rc));
   return rc;
 }
@@ -587,7 +673,7 @@ int lumenharbourCustomGrpGetApi(unsigned int group_index, unsigned int cmd, void
 
 namespace {
 
-/// What the two member tables do alike, and the texts and codes in which they differ.
+/// What differs between the two member tables: the key, its place in a member, codes and texts.
 struct tMacMembers {
   using tIndex = tLumenHarbourGrpMacIndex;
   static constexpr uint8 TYPE = LUMENHARBOUR_CUSTOMGRP_TYPE_MAC;
@@ -595,8 +681,15 @@ struct tMacMembers {
   static constexpr char NO_GROUP[] = "[LumenHarbour] This custom mac group does not exist!\r\n";
   static constexpr char WRONG_TYPE[] = "[LumenHarbour] The type of the custom group is not MAC!\r\n";
   static constexpr char NO_MEMBER[] = "[LumenHarbour] This mac does not exist!\r\n";
+  static constexpr char SET_RESULT[] = "[LumenHarbour] Custom group mac set: rc = %ld.\r\n";
+  static constexpr char GET_RESULT[] = "[LumenHarbour]Custom group mac get: rc = %ld.\r\n";
 
-  static tIndex index_of(const tLumenHarbourGrpEntry* p_grp, const tLumenHarbourGrpIdEntry* p_member) {
+  /// Prints what is asked. @param[in] verb "set" or "get"
+  static void banner(const char* verb, const tIndex& index, uint32 cmd) {
+    LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group mac %s: group id = %d, mac = %s, cmd = %ld.\r\n", verb,
+                       index.grp_id, tLumenHarbourMacText(index.mac).text, static_cast<long>(cmd));
+  }
+  static tIndex index_of(const Grp* p_grp, const tLumenHarbourGrpIdEntry* p_member) {
     tIndex index = {p_grp->id, {}};
     memcpy(index.mac, &p_member->u, sizeof(index.mac));
     return index;
@@ -604,14 +697,15 @@ struct tMacMembers {
   static bool equal(const tIndex& a, const tIndex& b) {
     return a.grp_id == b.grp_id && memcmp(a.mac, b.mac, sizeof(a.mac)) == 0;
   }
-  static tLumenHarbourGrpIdEntry* lookup(tLumenHarbourGrpEntry* p_grp, const tIndex& index) {
+  static tLumenHarbourGrpIdEntry* lookup(Grp* p_grp, const tIndex& index) {
     return lumenharbour_custom_mac_lookup(p_grp, index.mac);
   }
-  static tLumenHarbourGrpIdEntry* add(tLumenHarbourGrpEntry* p_grp, const tIndex& index) {
+  static tLumenHarbourGrpIdEntry* add(Grp* p_grp, const tIndex& index) {
     return lumenharbour_custom_mac_add(p_grp, index.mac);
   }
 };
 
+/// As `tMacMembers`.
 struct tPidMembers {
   using tIndex = tLumenHarbourGrpPidIndex;
   static constexpr uint8 TYPE = LUMENHARBOUR_CUSTOMGRP_TYPE_PID;
@@ -619,17 +713,23 @@ struct tPidMembers {
   static constexpr char NO_GROUP[] = "[LumenHarbour] This Pid group does not exist!\r\n";
   static constexpr char WRONG_TYPE[] = "[LumenHarbour] The type of the custom group is not product ID!\r\n";
   static constexpr char NO_MEMBER[] = "[LumenHarbour] This Pid does not exist!\r\n";
+  static constexpr char SET_RESULT[] = "[LumenHarbour] Custom group pid set: rc = %ld.\r\n";
+  static constexpr char GET_RESULT[] = "[LumenHarbour] Custom group pid get: rc = %ld.\r\n";
 
-  static tIndex index_of(const tLumenHarbourGrpEntry* p_grp, const tLumenHarbourGrpIdEntry* p_member) {
+  static void banner(const char* verb, const tIndex& index, uint32 cmd) {
+    LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group pid %s: group id = %d, pid = %d, cmd = %ld.\r\n", verb,
+                       static_cast<int>(index.grp_id), static_cast<int>(index.pid), static_cast<long>(cmd));
+  }
+  static tIndex index_of(const Grp* p_grp, const tLumenHarbourGrpIdEntry* p_member) {
     tIndex index = {p_grp->id, 0};
     memcpy(&index.pid, &p_member->u, sizeof(index.pid));
     return index;
   }
   static bool equal(const tIndex& a, const tIndex& b) { return a.grp_id == b.grp_id && a.pid == b.pid; }
-  static tLumenHarbourGrpIdEntry* lookup(tLumenHarbourGrpEntry* p_grp, const tIndex& index) {
+  static tLumenHarbourGrpIdEntry* lookup(Grp* p_grp, const tIndex& index) {
     return lumenharbour_custom_pid_lookup(p_grp, index.pid);
   }
-  static tLumenHarbourGrpIdEntry* add(tLumenHarbourGrpEntry* p_grp, const tIndex& index) {
+  static tLumenHarbourGrpIdEntry* add(Grp* p_grp, const tIndex& index) {
     return lumenharbour_custom_pid_add(p_grp, index.pid);
   }
 };
@@ -637,7 +737,7 @@ struct tPidMembers {
 /// @return whether a member in front of `p_node` in its group has the key `index` too. The key is answered there; a
 ///         walk that answered it again here would go round for ever.
 template <typename TMembers>
-bool member_repeats(tLumenHarbourGrpEntry* p_grp, const list_head* p_node, const typename TMembers::tIndex& index) {
+bool member_repeats(Grp* p_grp, const list_head* p_node, const typename TMembers::tIndex& index) {
   for (list_head* node = p_grp->config_tbl.next; node != p_node; node = node->next)
     if (TMembers::equal(TMembers::index_of(p_grp, list_entry<tLumenHarbourGrpIdEntry>(node)), index)) return true;
   return false;
@@ -652,7 +752,7 @@ bool member_repeats(tLumenHarbourGrpEntry* p_grp, const list_head* p_node, const
 template <typename TMembers>
 int member_find(const typename TMembers::tIndex* p_after, typename TMembers::tIndex* p_found) {
   bool passed = p_after == nullptr;
-  for (tLumenHarbourGrpEntry* p_grp = custom_grp_find(0); p_grp != nullptr; p_grp = custom_grp_after(p_grp)) {
+  for (Grp* p_grp = grp_find(CUSTOM, 0); p_grp != nullptr; p_grp = grp_after(CUSTOM, p_grp)) {
     if (p_grp->custom_type != TMembers::TYPE) continue;
     for (list_head* node = p_grp->config_tbl.next; node != &p_grp->config_tbl; node = node->next) {
       const auto index = TMembers::index_of(p_grp, list_entry<tLumenHarbourGrpIdEntry>(node));
@@ -669,8 +769,8 @@ int member_find(const typename TMembers::tIndex* p_after, typename TMembers::tIn
 }
 
 template <typename TMembers>
-int member_status_set(tLumenHarbourGrpEntry* p_grp, tLumenHarbourGrpIdEntry* p_member,
-                      const typename TMembers::tIndex& index, void* var) {
+int member_status_set(Grp* p_grp, tLumenHarbourGrpIdEntry* p_member, const typename TMembers::tIndex& index,
+                      void* var) {
   if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
   const uint32 value = integer_of(var);
   LUMENHARBOUR_DEBUG("[LumenHarbour] Rowstatus = %d.\r\n", static_cast<int>(value));
@@ -689,34 +789,49 @@ int member_status_set(tLumenHarbourGrpEntry* p_grp, tLumenHarbourGrpIdEntry* p_m
   }
 }
 
-int member_missing(const char* message) {
-  LUMENHARBOUR_DEBUG("%s", message);
-  return ERR_ZOR_NOTFOUND;
-}
-
 template <typename TMembers>
 int member_set(const typename TMembers::tIndex& index, uint32 cmd, void* var) {
-  tLumenHarbourGrpEntry* p_grp = lumenharbour_custom_grp_lookup(index.grp_id);
-  if (p_grp == nullptr) return member_missing(TMembers::NO_GROUP);
+  Grp* p_grp = lumenharbour_custom_grp_lookup(index.grp_id);
+  if (p_grp == nullptr) return row_missing(TMembers::NO_GROUP);
   if (p_grp->custom_type != TMembers::TYPE) {
     LUMENHARBOUR_DEBUG("%s", TMembers::WRONG_TYPE);
     return TMembers::WRONG_TYPE_CODE;
   }
   tLumenHarbourGrpIdEntry* p_member = TMembers::lookup(p_grp, index);
-  if (cmd == LUMENHARBOUR_GRPMAC_STATUS) return member_status_set<TMembers>(p_grp, p_member, index, var);
-  return p_member != nullptr ? ERR_ZOR_UNSUPPORTED : member_missing(TMembers::NO_MEMBER);
+  if (cmd == LUMENHARBOUR_ROW_STATUS) return member_status_set<TMembers>(p_grp, p_member, index, var);
+  return p_member != nullptr ? ERR_ZOR_UNSUPPORTED : row_missing(TMembers::NO_MEMBER);
 }
 
 template <typename TMembers>
 int member_get(const typename TMembers::tIndex& index, uint32 cmd, void* var) {
-  tLumenHarbourGrpEntry* p_grp = lumenharbour_custom_grp_lookup(index.grp_id);
-  if (p_grp == nullptr) return member_missing(TMembers::NO_GROUP);
-  if (TMembers::lookup(p_grp, index) == nullptr) return member_missing(TMembers::NO_MEMBER);
-  if (cmd != LUMENHARBOUR_GRPMAC_STATUS || var == nullptr) return ERR_ZOR_UNSUPPORTED;
+  Grp* p_grp = lumenharbour_custom_grp_lookup(index.grp_id);
+  if (p_grp == nullptr) return row_missing(TMembers::NO_GROUP);
+  if (TMembers::lookup(p_grp, index) == nullptr) return row_missing(TMembers::NO_MEMBER);
+  if (cmd != LUMENHARBOUR_ROW_STATUS || var == nullptr) return ERR_ZOR_UNSUPPORTED;
   return integer_answer(var, LUMENHARBOUR_ROW_ACTIVE);
 }
 
-static_assert(LUMENHARBOUR_GRPMAC_STATUS == LUMENHARBOUR_GRPPID_STATUS);
+/// A set or get as the command layer asks for it: banner, lock, result line around `run`.
+template <typename TMembers>
+int member_request(const char* verb, const typename TMembers::tIndex* p_index, uint32 cmd, void* var,
+                   int (*run)(const typename TMembers::tIndex& index, uint32 cmd, void* var), const char* result) {
+  if (p_index == nullptr) return ERR_ZOR_NULLINDEX;
+  TMembers::banner(verb, *p_index, cmd);
+  const tLumenHarbourLock lock;
+  const int rc = run(*p_index, cmd, var);
+  LUMENHARBOUR_DEBUG(result, static_cast<long>(rc));
+  return rc;
+}
+
+template <typename TMembers>
+int member_set_request(const typename TMembers::tIndex* p_index, uint32 cmd, void* var) {
+  return member_request<TMembers>("set", p_index, cmd, var, member_set<TMembers>, TMembers::SET_RESULT);
+}
+
+template <typename TMembers>
+int member_get_request(const typename TMembers::tIndex* p_index, uint32 cmd, void* var) {
+  return member_request<TMembers>("get", p_index, cmd, var, member_get<TMembers>, TMembers::GET_RESULT);
+}
 
 }  // namespace
 
@@ -731,23 +846,11 @@ int lumenharbourCustomGrpMacGetNext(tLumenHarbourGrpMacIndex* p_index, tLumenHar
 }
 
 int lumenharbourCustomGrpMacSetApi(tLumenHarbourGrpMacIndex* p_index, unsigned int cmd, void* var) {
-  if (p_index == nullptr) return ERR_ZOR_NULLINDEX;
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group mac set: group id = %d, mac = %s, cmd = %ld.\r\n", p_index->grp_id,
-                     tLumenHarbourMacText(p_index->mac).text, static_cast<long>(cmd));
-  const tLumenHarbourLock lock;
-  const int rc = member_set<tMacMembers>(*p_index, cmd, var);
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group mac set: rc = %ld.\r\n", static_cast<long>(rc));
-  return rc;
+  return member_set_request<tMacMembers>(p_index, cmd, var);
 }
 
 int lumenharbourCustomGrpMacGetApi(tLumenHarbourGrpMacIndex* p_index, unsigned int cmd, void* var) {
-  if (p_index == nullptr) return ERR_ZOR_NULLINDEX;
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group mac get: group id = %d, mac = %s, cmd = %ld.\r\n", p_index->grp_id,
-                     tLumenHarbourMacText(p_index->mac).text, static_cast<long>(cmd));
-  const tLumenHarbourLock lock;
-  const int rc = member_get<tMacMembers>(*p_index, cmd, var);
-  LUMENHARBOUR_DEBUG("[LumenHarbour]Custom group mac get: rc = %ld.\r\n", static_cast<long>(rc));
-  return rc;
+  return member_get_request<tMacMembers>(p_index, cmd, var);
 }
 
 int lumenharbourCustomGrpPidGetFirst(tLumenHarbourGrpPidIndex* p_index) {
@@ -761,94 +864,19 @@ int lumenharbourCustomGrpPidGetNext(tLumenHarbourGrpPidIndex* p_index, tLumenHar
 }
 
 int lumenharbourCustomGrpPidSetApi(tLumenHarbourGrpPidIndex* p_index, unsigned int cmd, void* var) {
-  if (p_index == nullptr) return ERR_ZOR_NULLINDEX;
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group pid set: group id = %d, pid = %d, cmd = %ld.\r\n",
-                     static_cast<int>(p_index->grp_id), static_cast<int>(p_index->pid), static_cast<long>(cmd));
-  const tLumenHarbourLock lock;
-  const int rc = member_set<tPidMembers>(*p_index, cmd, var);
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group pid set: rc = %ld.\r\n", static_cast<long>(rc));
-  return rc;
+  return member_set_request<tPidMembers>(p_index, cmd, var);
 }
 
 int lumenharbourCustomGrpPidGetApi(tLumenHarbourGrpPidIndex* p_index, unsigned int cmd, void* var) {
-  if (p_index == nullptr) return ERR_ZOR_NULLINDEX;
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group pid get: group id = %d, pid = %d, cmd = %ld.\r\n",
-                     static_cast<int>(p_index->grp_id), static_cast<int>(p_index->pid), static_cast<long>(cmd));
-  const tLumenHarbourLock lock;
-  const int rc = member_get<tPidMembers>(*p_index, cmd, var);
-  LUMENHARBOUR_DEBUG("[LumenHarbour] Custom group pid get: rc = %ld.\r\n", static_cast<long>(rc));
-  return rc;
+  return member_get_request<tPidMembers>(p_index, cmd, var);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
 // Built-in group rows
 
-namespace {
-
-tLumenHarbourGrpEntry* builtin_grp_find(uint64 from) {
-  const tLumenHarbourInfo& info = gLumenHarbourInfo;
-  return pool_find(info.builtin_grp_tbl, info.builtin_grp_max_num, from, &tLumenHarbourGrpEntry::status);
-}
-
-/// @return the first built-in group in use behind `p_grp`, or null; as `custom_grp_after`.
-tLumenHarbourGrpEntry* builtin_grp_after(const tLumenHarbourGrpEntry* p_grp) {
-  return builtin_grp_find(static_cast<uint64>(p_grp - gLumenHarbourInfo.builtin_grp_tbl) + 1);
-}
-
-int builtin_grp_missing() {
-  LUMENHARBOUR_DEBUG("[LumenHarbour] This built-in group does not exist!\r\n");
-  return ERR_ZOR_NOTFOUND;
-}
-
-int builtin_grp_status_set(tLumenHarbourGrpEntry* p_grp, uint32 pid, void* var) {
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  if (p_grp != nullptr) return grp_status_set(p_grp, integer_of(var), lumenharbour_builtin_grp_del);
-  if (integer_of(var) != LUMENHARBOUR_ROW_CREATE) return ERR_ZOR_NOTFOUND;
-  return grp_created(lumenharbour_builtin_grp_add(pid));
-}
-
-int builtin_grp_set(tLumenHarbourGrpEntry* p_grp, uint32 pid, uint32 cmd, void* var) {
-  if (cmd == LUMENHARBOUR_BUILTINGRP_STATUS) return builtin_grp_status_set(p_grp, pid, var);
-  if (p_grp == nullptr) return builtin_grp_missing();
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  switch (cmd) {
-    case LUMENHARBOUR_BUILTINGRP_IMAGETYPE:
-      return location_set(p_grp->imagefile_is_local, var);
-    case LUMENHARBOUR_BUILTINGRP_CONFIGTYPE:
-      return location_set(p_grp->configfile_is_local, var);
-    case LUMENHARBOUR_BUILTINGRP_IMAGENAME:
-      return text_set(p_grp->image_file_name, octets_of(var));
-    case LUMENHARBOUR_BUILTINGRP_CONFIGNAME:
-      return text_set(p_grp->config_file_name, octets_of(var));
-    default:
-      return ERR_ZOR_UNSUPPORTED;
-  }
-}
-
-int builtin_grp_get(const tLumenHarbourGrpEntry* p_grp, uint32 cmd, void* var) {
-  if (p_grp == nullptr) return builtin_grp_missing();
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  switch (cmd) {
-    case LUMENHARBOUR_BUILTINGRP_STATUS:
-      return integer_answer(var, p_grp->status);
-    case LUMENHARBOUR_BUILTINGRP_IMAGETYPE:
-      return integer_answer(var, p_grp->imagefile_is_local);
-    case LUMENHARBOUR_BUILTINGRP_CONFIGTYPE:
-      return integer_answer(var, p_grp->configfile_is_local);
-    case LUMENHARBOUR_BUILTINGRP_IMAGENAME:
-      return text_get(p_grp->image_file_name, octets_of(var));
-    case LUMENHARBOUR_BUILTINGRP_CONFIGNAME:
-      return text_get(p_grp->config_file_name, octets_of(var));
-    default:
-      return ERR_ZOR_UNSUPPORTED;
-  }
-}
-
-}  // namespace
-
 int lumenharbourBuiltinGrpGetFirst(unsigned int* p_index) {
   const tLumenHarbourLock lock;
-  const tLumenHarbourGrpEntry* p_grp = builtin_grp_find(0);
+  const tLumenHarbourGrpEntry* p_grp = grp_find(BUILTIN, 0);
   if (p_grp == nullptr) return -1;
   *p_index = p_grp->pid;
   return 0;
@@ -857,8 +885,8 @@ int lumenharbourBuiltinGrpGetFirst(unsigned int* p_index) {
 int lumenharbourBuiltinGrpGetNext(unsigned int group_index, unsigned int* p_nextindex) {
   const tLumenHarbourLock lock;
   const tLumenHarbourGrpEntry* p_grp = lumenharbour_builtin_grp_lookup(group_index);
-  if (p_grp == nullptr) return builtin_grp_missing();
-  const tLumenHarbourGrpEntry* p_next = builtin_grp_after(p_grp);
+  if (p_grp == nullptr) return row_missing(BUILTIN.missing);
+  const tLumenHarbourGrpEntry* p_next = grp_after(BUILTIN, p_grp);
   if (p_next == nullptr) return -1;
   *p_nextindex = p_next->pid;
   return 0;
@@ -868,14 +896,14 @@ int lumenharbourBuiltinGrpSetApi(unsigned int group_index, unsigned int cmd, voi
   LUMENHARBOUR_DEBUG("[LumenHarbour] Builtin group set: pid = %d, cmd = %ld.\r\n", static_cast<int>(group_index),
                      static_cast<long>(cmd));
   const tLumenHarbourLock lock;
-  return builtin_grp_set(lumenharbour_builtin_grp_lookup(group_index), group_index, cmd, var);
+  return grp_set(BUILTIN, lumenharbour_builtin_grp_lookup(group_index), group_index, cmd, var);
 }
 
 int lumenharbourBuiltinGrpGetApi(unsigned int group_index, unsigned int cmd, void* var) {
   LUMENHARBOUR_DEBUG("[LumenHarbour] Builtin group get: pid = %d, cmd = %ld.\r\n", static_cast<int>(group_index),
                      static_cast<long>(cmd));
   const tLumenHarbourLock lock;
-  return builtin_grp_get(lumenharbour_builtin_grp_lookup(group_index), cmd, var);
+  return grp_get(BUILTIN, lumenharbour_builtin_grp_lookup(group_index), cmd, var);
 }
 
 // ---------------------------------------------------------------------------------------------------------------------
@@ -888,43 +916,54 @@ tLumenHarbourClientEntry* client_find(uint64 from) {
   return pool_find(info.client_tbl, info.client_max_num, from, &tLumenHarbourClientEntry::state);
 }
 
-int client_missing() {
-  LUMENHARBOUR_DEBUG("[LumenHarbour] This client entry does not exist!\r\n");
-  return ERR_ZOR_NOTFOUND;
-}
+constexpr char NO_CLIENT[] = "[LumenHarbour] This client entry does not exist!\r\n";
+
+using Client = tLumenHarbourClientEntry;
 
 /// A buffer too short for the address is no error here, unlike one too short for the MAC address.
-int client_ip_get(const tLumenHarbourClientEntry* p_client, octetstring* value) {
+int client_ip_get(const Client& client, void* var) {
+  octetstring* value = octets_of(var);
   if (value->len < LUMENHARBOUR_IPV4_SIZE) return 0;
   value->len = LUMENHARBOUR_IPV4_SIZE;
-  lumenharbour_ip_write(p_client->ip, value->pBuf);
+  lumenharbour_ip_write(client.ip, value->pBuf);
   return 0;
 }
 
-int client_mac_get(const tLumenHarbourClientEntry* p_client, octetstring* value) {
+int client_mac_get(const Client& client, void* var) {
+  octetstring* value = octets_of(var);
   if (value->len < LUMENHARBOUR_MAC_SIZE) return ERR_ZOR_BUFSHORT;
   value->len = LUMENHARBOUR_MAC_SIZE;
-  memcpy(value->pBuf, p_client->mac, LUMENHARBOUR_MAC_SIZE);
+  memcpy(value->pBuf, client.mac, LUMENHARBOUR_MAC_SIZE);
   return 0;
 }
 
-int client_get(const tLumenHarbourClientEntry* p_client, uint32 cmd, void* var) {
-  if (p_client == nullptr) return client_missing();
-  if (var == nullptr) return ERR_ZOR_UNSUPPORTED;
-  switch (cmd) {
-    case LUMENHARBOUR_CLIENT_STATUS:
-      return integer_answer(var, LUMENHARBOUR_ROW_ACTIVE);
-    case LUMENHARBOUR_CLIENT_IPTYPE:
-      return integer_answer(var, 1);  // the record keeps no address family; every client is IPv4
-    case LUMENHARBOUR_CLIENT_IP:
-      return client_ip_get(p_client, octets_of(var));
-    case LUMENHARBOUR_CLIENT_MAC:
-      return client_mac_get(p_client, octets_of(var));
-    case LUMENHARBOUR_CLIENT_PID:
-      return integer_answer(var, p_client->pid);
-    default:
-      return ERR_ZOR_UNSUPPORTED;
-  }
+/// How one attribute of a client is read.
+struct tClientField {
+  uint32 cmd;
+  int (*get)(const Client& client, void* var);
+};
+
+constexpr tClientField CLIENT_FIELDS[] = {
+    {LUMENHARBOUR_CLIENT_STATUS, [](const Client&, void* var) { return integer_answer(var, LUMENHARBOUR_ROW_ACTIVE); }},
+    // The record keeps no address family; every client is IPv4.
+    {LUMENHARBOUR_CLIENT_IPTYPE, [](const Client&, void* var) { return integer_answer(var, 1); }},
+    {LUMENHARBOUR_CLIENT_IP, client_ip_get},
+    {LUMENHARBOUR_CLIENT_MAC, client_mac_get},
+    {LUMENHARBOUR_CLIENT_PID, [](const Client& client, void* var) { return integer_answer(var, client.pid); }},
+};
+
+static_assert(rows_match(CLIENT_FIELDS, &tClientField::cmd, LUMENHARBOUR_TABLE_CLIENT,
+                         [](const tClientField& row, const tLumenHarbourAttr& attr) {
+                           const bool sets = (attr.access & LUMENHARBOUR_ATTR_SET) != 0;
+                           return (attr.access & LUMENHARBOUR_ATTR_GET) != 0 &&
+                                  sets == (row.cmd == LUMENHARBOUR_CLIENT_STATUS);
+                         }));
+
+int client_get(const Client* p_client, uint32 cmd, void* var) {
+  if (p_client == nullptr) return row_missing(NO_CLIENT);
+  const tClientField* field = row_find(CLIENT_FIELDS, &tClientField::cmd, cmd);
+  if (field == nullptr || var == nullptr) return ERR_ZOR_UNSUPPORTED;
+  return field->get(*p_client, var);
 }
 
 }  // namespace
@@ -950,7 +989,7 @@ int lumenharbourClientSetApi(unsigned int client_index, unsigned int cmd, void*)
                      static_cast<long>(cmd));
   const tLumenHarbourLock lock;
   tLumenHarbourClientEntry* p_client = lumenharbour_client_lookup(client_index);
-  if (p_client == nullptr) return client_missing();
+  if (p_client == nullptr) return row_missing(NO_CLIENT);
   if (cmd != LUMENHARBOUR_CLIENT_STATUS) return ERR_ZOR_UNSUPPORTED;
   lumenharbour_client_del(p_client);  // whatever the value
   return 0;
@@ -1014,7 +1053,7 @@ long count_of(const list_head& head) {
 }
 
 /// Prints the file names of a group.
-void grp_files_show(tLumenHarbourGrpEntry* p_grp) {
+void grp_files_show(Grp* p_grp) {
   printf("image_name = %s\n\r", p_grp->image_file_name);
   printf("config_name = %s\n\r", p_grp->config_file_name);
   printf("imagelist_name = %s\n\r", lumenharbour_grp_imagelist(p_grp));
@@ -1024,19 +1063,19 @@ unsigned address_of(const void* p) {
   return static_cast<unsigned>(reinterpret_cast<uintptr_t>(p));
 }
 
-void member_show(const tLumenHarbourGrpEntry* p_grp, const tLumenHarbourGrpIdEntry* p_member) {
+void member_show(const Grp* p_grp, const tLumenHarbourGrpIdEntry* p_member) {
   if (p_grp->custom_type == LUMENHARBOUR_CUSTOMGRP_TYPE_MAC)
     printf("\n\r mac = %s", tLumenHarbourMacText(tMacMembers::index_of(p_grp, p_member).mac).text);
   else
     printf("\n\r pid = %d", tPidMembers::index_of(p_grp, p_member).pid);
 }
 
-void custom_grp_print(tLumenHarbourGrpEntry* p_grp) {
+void custom_grp_print(Grp* p_grp) {
   printf("id = %d, type = %d, name = %s\n\r", p_grp->id, p_grp->custom_type, p_grp->name);
   grp_files_show(p_grp);
   printf("p_grp = %0x\n\r", address_of(p_grp));
-  for (list_head* node = p_grp->config_tbl.next; node != &p_grp->config_tbl; node = node->next)
-    member_show(p_grp, list_entry<tLumenHarbourGrpIdEntry>(node));
+  list_each<tLumenHarbourGrpIdEntry>(
+      &p_grp->config_tbl, [p_grp](const tLumenHarbourGrpIdEntry* p_member) { member_show(p_grp, p_member); });
 }
 
 }  // namespace
@@ -1058,13 +1097,12 @@ void lumenharbour_mem_show() {
 
 void lumenharbour_custom_grp_show() {
   const tLumenHarbourLock lock;
-  for (tLumenHarbourGrpEntry* p_grp = custom_grp_find(0); p_grp != nullptr; p_grp = custom_grp_after(p_grp))
-    custom_grp_print(p_grp);
+  for (Grp* p_grp = grp_find(CUSTOM, 0); p_grp != nullptr; p_grp = grp_after(CUSTOM, p_grp)) custom_grp_print(p_grp);
 }
 
 void lumenharbour_builtin_grp_show() {
   const tLumenHarbourLock lock;
-  for (tLumenHarbourGrpEntry* p_grp = builtin_grp_find(0); p_grp != nullptr; p_grp = builtin_grp_after(p_grp)) {
+  for (Grp* p_grp = grp_find(BUILTIN, 0); p_grp != nullptr; p_grp = grp_after(BUILTIN, p_grp)) {
     printf("id = %d, pid = %d, type = %d, name = %s\n\r", p_grp->id, p_grp->pid, p_grp->grp_type, p_grp->name);
     grp_files_show(p_grp);
     printf("p_grp = %0x\n\r\n\r", address_of(p_grp));
@@ -1073,13 +1111,11 @@ void lumenharbour_builtin_grp_show() {
 
 void lumenharbour_client_show() {
   const tLumenHarbourLock lock;
-  list_head* head = &gLumenHarbourInfo.client_used_tbl;
-  for (list_head* node = head->next; node != head; node = node->next) {
-    const auto* p_client = list_entry<tLumenHarbourClientEntry>(node);
+  list_each<Client>(&gLumenHarbourInfo.client_used_tbl, [](const Client* p_client) {
     char ip_text[64] = {};
     const in_addr address = {htonl(p_client->ip)};
     inet_ntop(AF_INET, &address, ip_text, sizeof(ip_text) - 1);
     printf("\n\r index %d, pid %d, ip = %s, mac = %s", p_client->index, p_client->pid, ip_text,
            tLumenHarbourMacText(p_client->mac).text);
-  }
+  });
 }

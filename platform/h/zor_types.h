@@ -73,3 +73,20 @@ template <typename T>
 T* list_entry(list_head* node) {
   return reinterpret_cast<T*>(node);
 }
+
+/// Calls `use` with each record on a list, from the front. It may unlink or free the record that it is given.
+///
+/// @tparam T  record that begins with its link
+template <typename T, typename Use>
+void list_each(const list_head* head, Use use) {
+  for (list_head *node = head->next, *next = node->next; node != head; node = next, next = node->next)
+    use(list_entry<T>(node));
+}
+
+/// @return the first record on a list that `match` accepts, or null.
+template <typename T, typename Match>
+T* list_find(const list_head* head, Match match) {
+  for (list_head* node = head->next; node != head; node = node->next)
+    if (match(list_entry<T>(node))) return list_entry<T>(node);
+  return nullptr;
+}
