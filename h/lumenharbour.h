@@ -57,16 +57,16 @@ struct tLumenHarbourInfo {
                                                        ///< management, director start
   uint32 dhcp_client_vlan;                 ///< interface unit on which the DHCP client runs; management, client role
   tLumenHarbourClientEntry* client_tbl;    ///< client pool, null unless the director role runs
-  list_head client_free_tbl;               ///< clients never used since the pool was built
+  list_head client_free_tbl;               ///< clients never used, those of a released pool first
   list_head client_used_tbl;               ///< clients in use, the newest first
   tLumenHarbourGrpEntry* custom_grp_tbl;   ///< custom group pool, null unless the director role runs
-  list_head custom_grp_free_tbl;           ///< free custom groups
+  list_head custom_grp_free_tbl;           ///< free custom groups, those of a released pool last
   list_head custom_grp_used_tbl;           ///< custom groups in use, the newest first
   tLumenHarbourGrpEntry* builtin_grp_tbl;  ///< built-in group pool, null unless the director role runs
-  list_head builtin_grp_free_tbl;          ///< free built-in groups
+  list_head builtin_grp_free_tbl;          ///< free built-in groups, those of a released pool last
   list_head builtin_grp_used_tbl;          ///< built-in groups in use, the newest first
   tLumenHarbourGrpIdEntry* grpid_tbl;      ///< member pool, null unless the director role runs
-  list_head grpid_free_tbl;                ///< free members; those in use hang on their groups
+  list_head grpid_free_tbl;                ///< free members, those of a released pool last; others hang on groups
   tLumenHarbourDhcpFunc api_func;          ///< reads a DHCP attribute; set at start-up
   tLumenHarbourDhcpFunc dhcp_client_callback;  ///< tells the DHCP client of a failed attempt; set at start-up
   uint32 image_file_rcv;                       ///< bytes of the last image fetched; client role
@@ -189,7 +189,9 @@ void lumenharbour_timeout();
 /// @return 0, or -1 when memory is short; all pools are then released.
 int lumenharbour_mem_alloc();
 
-/// Releases the record pools. The list heads are left as they are.
+/// Releases the record pools. The list heads are left as they are and lead into the released records, which stay
+/// readable until the next pools are released. So members of a released pool are taken again behind those of the next
+/// one: twice as many fit. Groups and clients are taken by their place in the pool, never from there.
 void lumenharbour_mem_free();
 
 /// @return entries on a list.
@@ -339,7 +341,7 @@ void lumenharbour_local_files_remove();
 /// Parses a fetched imagelist into `rcv_image_name`, `image_version` and `rcv_config_name`.
 ///
 /// The first line that is for this switch wins; what a rejected line said before its "mac" item stays. The stream is
-/// left open: a switch parses a few lists before it reboots.
+/// left open, so a switch that keeps failing has one more open each minute.
 ///
 /// @param[in] p_filename  path, terminated
 /// @param[in] name_len    not looked at

@@ -219,7 +219,8 @@ int32 lumenharbour_get_file_info(char* p_buf, uint32 len) {
 
 int32 lumenharbour_parse_imagelist_file(const char* p_filename, [[maybe_unused]] uint32 name_len) {
   LUMENHARBOUR_DEBUG("[LumenHarbour] Parse the imagelsit file %s.\r\n", p_filename);
-  // Never closed, on purpose: a switch parses a few lists before it reboots. The tools that it runs do not inherit it.
+  // Never closed, deliberately: the stream goes with the process, which a provisioned switch restarts. One that keeps
+  // failing opens another each minute. The tools that it runs do not inherit it.
   FILE* file = fopen(p_filename, "re");
   if (file == nullptr) {
     LUMENHARBOUR_DEBUG("[LumenHarbour] Open the imagelsit file ERROR!\r\n");

@@ -4,7 +4,7 @@
 
 namespace {
 
-// A list of zeros counts as empty: the daemon's loop looks at it even when start-up failed before the list was made.
+// A list of zeros counts as empty: whoever looks at a list need not know whether it was made.
 bool nothing_runs(const tTimerLst* list) {
   return list->nodes.next == nullptr || list_empty(&list->nodes);
 }

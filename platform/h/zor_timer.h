@@ -17,7 +17,7 @@ struct tTimerNode {
   uintptr_t args[3];        ///< handed to `callback`
 };
 
-/// A list of running timers, the one due first at the front.
+/// A list of running timers, the one due first at the front. Zero-filled it may be looked at, and has none.
 struct tTimerLst {
   list_head nodes;  ///< running `tTimerNode` records in order of `expiry`; equal ones in order of starting
 };
