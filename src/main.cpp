@@ -15,6 +15,7 @@ namespace {
 
 constexpr char USAGE[] =
     "usage: lumenharbourd [CLIENTS [GROUPS [BUILTINS [ROLE [ENABLE]]]]]\n"
+    "       lumenharbourd --help | --version\n"
     "\n"
     "Provisioning daemon of a managed switch. Listens on %s\n"
     "and comes up with no role running; start one with 'lumenharbourctl set state on'.\n"
@@ -52,6 +53,10 @@ int main(int argc, char** argv) {
 
   if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
     printf(USAGE, LUMENHARBOUR_SOCKET_PATH);
+    return 0;
+  }
+  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
+    printf("lumenharbourd %s\n", LUMENHARBOUR_VERSION);
     return 0;
   }
 
