@@ -3,6 +3,8 @@
 #
 # The server is started each time: its own check of a configuration (-t) does not load hooks. It opens no socket.
 set -u
+# shellcheck source=/dev/null
+. "$(dirname "$0")/../scripts/await.sh"
 hook=$1
 kea=$2
 dir=$(mktemp -d) || exit 1
@@ -25,17 +27,8 @@ configure() { # configure PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET
 END
 }
 
-appears() { # appears TEXT WHAT: in the server's log, within ten seconds
-  local end=$((SECONDS + 10))
-  until grep -qF -- "$1" "$dir/log" || [ $SECONDS -ge $end ] || ! kill -0 $server 2>/dev/null; do
-    sleep 0.02
-  done
-  # It may have said so and ended since.
-  if ! grep -qF -- "$1" "$dir/log"; then
-    failed=1
-    printf '%s\n  expected: %s\n  found:\n' "$2" "$1"
-    cat "$dir/log"
-  fi
+appears() { # appears TEXT WHAT: in the server's log
+  await -l "$dir/log" grep -qF -- "$1" "$dir/log" || { failed=1; echo "$2"; }
 }
 
 says() { # says PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET TEXT: a server that starts with them says so

@@ -5,6 +5,8 @@
 # Every case runs under both shells that switches have. It wants paths, network and mounts of its own: scripts/private.
 set -u
 source=$1
+# shellcheck source=/dev/null
+. "$source/scripts/await.sh"
 PATH=$(dirname "$2"):$(dirname "$3"):$PATH
 dir=$(mktemp -d) || exit 1
 script=$source/dhcp/udhcpc/lumenharbour.script
@@ -25,12 +27,8 @@ fail() { # fail WHAT EXPECTED FOUND
   printf '%s\n  expected: %s\n  found:    %s\n' "$@"
 }
 
-eventually() { # eventually WHAT LOG COMMAND...: tries it until it succeeds, or shows the log
-  local end=$((SECONDS + 20))
-  until "${@:3}" 2>/dev/null; do
-    [ $SECONDS -lt $end ] || { fail "$1" 'within 20 s' "$(cat "$2")"; return 1; }
-    sleep 0.05
-  done
+eventually() { # eventually LOG COMMAND...: tries it until it succeeds, or shows the log
+  await -l "$@" || failed=1
 }
 
 # A daemon that never answers, while there is no other.
@@ -135,7 +133,7 @@ done
 export LUMENHARBOUR_DHCP_STATE=$state LUMENHARBOUR_UDHCPC_DIR=/nowhere LUMENHARBOUR_UDHCPC_PID=$dir/pid
 unshare -n sleep 600 &
 switch=$!
-# shellcheck disable=SC2317 # eventually calls them
+# shellcheck disable=SC2317 # await calls them
 is_apart() { [ "$(readlink "/proc/$switch/ns/net")" != "$(readlink /proc/self/ns/net)" ]; }
 # shellcheck disable=SC2317
 says() { [ "$(tr '\n' ' ' <"$state")" = "$1 " ]; } # says LINES: the file does
@@ -151,26 +149,26 @@ serve() { # serve OPTION-43: a DHCP server, in place of the last one
   server=$!
 }
 
-eventually 'a namespace' /dev/null is_apart
+eventually /dev/null is_apart
 ip link add lease0 type veth peer name lease1 netns $switch
 ip address add 192.0.2.1/25 dev lease0
 ip link set lease0 up
 touch "$dir/leases"
 serve 0101610901ff
 nsenter -t $switch -n "$source/dhcp/udhcpc/lumenharbour-udhcpc" lease1 4711 -T 1 >"$dir/client" 2>&1 &
-eventually 'a lease' "$dir/client" says $'imagelist=a image-file=b.bin tftp-server=192.0.2.9 auth-msg=\xff'
+eventually "$dir/client" says $'imagelist=a image-file=b.bin tftp-server=192.0.2.9 auth-msg=\xff'
 found=$(interface)
 [ "$found" = $'mtu 1400\ninet 192.0.2.20/25 brd 192.0.2.127\ndefault via 192.0.2.1 dev lease1 ' ] ||
   fail interface 'address, MTU and route' "$found"
 serve 0101620404c0000207
 "$source/dhcp/udhcpc/lumenharbour-renew" || fail lumenharbour-renew 'exit 0' "$?"
-eventually 'fresh values' "$dir/client" says 'imagelist=b image-file=b.bin tftp-server=192.0.2.7'
+eventually "$dir/client" says 'imagelist=b image-file=b.bin tftp-server=192.0.2.7'
 kill -STOP "$server"
 "$source/dhcp/udhcpc/lumenharbour-renew" # too soon after the last
 "$source/dhcp/udhcpc/lumenharbour-renew"
 grep -c 'sending renew' "$dir/client" | grep -qx 1 || fail 'renewals in 15 s' 1 "$(cat "$dir/client")"
 kill -USR2 "$(cat "$dir/pid")"
-eventually 'no values without a lease' "$dir/client" test ! -e "$state"
+eventually "$dir/client" test ! -e "$state"
 echo "$switch" >"$dir/pid"
 "$source/dhcp/udhcpc/lumenharbour-renew" 2>"$dir/err" && fail 'a stale pid file' 'a failure' none
 kill -0 "$switch" || fail 'a stale pid file' 'its process left alone' 'no process'
@@ -208,7 +206,7 @@ grep -q "BUILTINS is '1x', expected a number" "$dir/start" || fail 'a bad number
 ends 143
 echo 'grops: []' >"$dir/director.yaml"
 start "$dir/director.yaml"
-eventually 'a complaint' "$dir/start" grep -q "GOES ON WITHOUT $dir/director.yaml: .*'grops'" "$dir/start"
+eventually "$dir/start" grep -q "GOES ON WITHOUT $dir/director.yaml: .*'grops'" "$dir/start"
 lumenharbourctl --timeout 10 wait --for role=client || fail lumenharbour-start 'a client' "$(cat "$dir/start")"
 ends 143
 printf '#!/bin/sh\nexit 3\n' >"$dir/mute/lumenharbourd"
