@@ -1,7 +1,9 @@
 #include <algorithm>
 #include <set>
 
+#include "commands.h"
 #include "document.h"
+#include "words.h"
 
 namespace lumenharbour::ctl {
 namespace {

@@ -2,11 +2,12 @@
 
 #include <CLI/CLI.hpp>
 #include <algorithm>
-#include <charconv>
 #include <cmath>
 #include <cstdio>
 
 #include "report.h"
+#include "tool.h"
+#include "words.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -25,35 +26,19 @@ std::string see_help(const std::string& path) {
 
 // ---- Finding the command ----
 
-/// @return how many edits lead from one word to the other: a character more, less or other, or two swapped.
-std::size_t distance(std::string_view from, std::string_view to) {
-  std::vector<std::vector<std::size_t>> edits(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
-  for (std::size_t i = 0; i <= from.size(); i++) {
-    for (std::size_t j = 0; j <= to.size(); j++) {
-      edits[i][j] = std::max(i, j);
-      if (i == 0 || j == 0) continue;
-      const std::size_t changed = edits[i - 1][j - 1] + (from[i - 1] == to[j - 1] ? 0 : 1);
-      edits[i][j] = std::min({changed, edits[i - 1][j] + 1, edits[i][j - 1] + 1});
-      const bool is_swap = i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1];
-      if (is_swap) edits[i][j] = std::min(edits[i][j], edits[i - 2][j - 2] + 1);
-    }
-  }
-  return edits[from.size()][to.size()];
-}
-
-[[noreturn]] void fail_unknown(const std::string& path, const std::string& word) {
+[[noreturn]] void fail_unknown(Commands commands, const std::string& path, const std::string& word) {
   std::string close;
-  for (const Command* const command : children_of(path))
+  for (const Command* const command : children_of(commands, path))
     if (is_close(word, word_of(*command))) close += (close.empty() ? "" : ", ") + std::string(word_of(*command));
   fail_usage((path.empty() ? "there is no command '" : "'" + path + "' has no command '") + word + '\'',
              close.empty() ? see_help(path) : "did you mean " + close + '?');
 }
 
 /// @return the command below `path` that the word names, in full or as the only one that begins so; null for none.
-const Command* find_child(const std::string& path, const std::string& word) {
+const Command* find_child(Commands commands, const std::string& path, const std::string& word) {
   const Command* found = nullptr;
   std::string several;
-  for (const Command& command : COMMANDS) {
+  for (const Command& command : commands) {
     if (command.path.substr(0, command.path.size() - word_of(command).size()) != (path.empty() ? "" : path + ' '))
       continue;
     if (word_of(command) == word) return &command;
@@ -73,8 +58,8 @@ bool takes_next(const std::string& word) {
   });
 }
 
-bool has_children(const std::string& path) {
-  return std::any_of(COMMANDS.begin(), COMMANDS.end(),
+bool has_children(Commands commands, const std::string& path) {
+  return std::any_of(commands.begin(), commands.end(),
                      [&path](const Command& command) { return command.path.starts_with(path + ' '); });
 }
 
@@ -109,6 +94,12 @@ std::string attribute_help(const Command& command) {
   return text;
 }
 
+/// @return true for a command that is about the attribute that its line names.
+bool names_attribute(const Command& command) {
+  return std::any_of(command.arguments.begin(), command.arguments.end(),
+                     [](const Argument& argument) { return argument.hint == Hint::attribute; });
+}
+
 /// @return the text under the top level's help.
 std::string overall_help() {
   std::string text = std::string(EXAMPLE_TITLE) + '\n' + EXAMPLE + '\n' + NOTE + "\nExit status: ";
@@ -117,12 +108,11 @@ std::string overall_help() {
   return text + '.';
 }
 
-std::string help_of(CLI::App* app, const Command* command, const std::string& path) {
-  for (const Command* const child : children_of(path))
+std::string help_of(CLI::App* app, const CommandLine& line, const std::string& path) {
+  for (const Command* const child : children_of(line.commands, path))
     app->add_subcommand(std::string(word_of(*child)), child->help)->footer("");
   if (path.empty()) app->footer(overall_help());
-  if (command != nullptr && command->attr == 0 && (command->run == get || command->run == set))
-    app->footer(attribute_help(*command));
+  if (line.command != nullptr && names_attribute(*line.command)) app->footer(attribute_help(*line.command));
   return app->help();
 }
 
@@ -159,15 +149,15 @@ std::string format_of(const std::vector<std::string>& words, const std::string& 
   return format;
 }
 
-CommandLine take_apart(const std::vector<std::string>& words, const Arguments& defaults) {
-  CommandLine line{nullptr, defaults, ""};
+CommandLine take_apart(Commands commands, const std::vector<std::string>& words, const Arguments& defaults) {
+  CommandLine line{commands, nullptr, defaults, ""};
   std::vector<std::string> rest = words;
   if (!rest.empty() && rest.front() == "help") {
     rest.erase(rest.begin());
     rest.emplace_back(HELP);
   }
   std::string path;
-  line.command = take_command(&rest, &path);
+  line.command = take_command(commands, &rest, &path);
   const bool is_family = line.command != nullptr && line.command->run == nullptr;
 
   CLI::App app(line.command == nullptr         ? SUMMARY
@@ -179,7 +169,7 @@ CommandLine take_apart(const std::vector<std::string>& words, const Arguments& d
   for (const Argument& option : OPTIONS.subspan(2)) add(&app, &line.args, option);
   if (line.command != nullptr)
     for (const Argument& argument : line.command->arguments) add(&app, &line.args, argument);
-  if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line.command, path);
+  if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line, path);
   if (is_there(rest, VERSION)) line.help = std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
   if (!line.help.empty()) return line;
   if (is_family) fail_usage('\'' + path + "' wants one more word", see_help(path));
@@ -197,21 +187,14 @@ void run_command(const CommandLine& line) {
   const Command& command = *line.command;
   if (command.changes && line.args.read_only)
     fail_usage('\'' + std::string(command.path) + "' changes the daemon", "it is refused with --read-only");
-  command.run({Daemon({line.args.socket, timeout_ms_of(line.args)}), line.args, command});
+  command.run({Daemon({line.args.socket, timeout_ms_of(line.args)}), line.args, command, line.commands});
 }
 
 }  // namespace
 
-double seconds_of(const std::string& text, const char* what) {
-  double seconds = 0;
-  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
-  if (error == std::errc() && end == text.data() + text.size() && seconds > 0 && seconds <= 86400) return seconds;
-  fail_usage('\'' + text + "' is no " + what, "expected seconds, above 0 and up to 86400");
-}
-
-std::vector<const Command*> children_of(std::string_view path) {
+std::vector<const Command*> children_of(Commands commands, std::string_view path) {
   std::vector<const Command*> children;
-  for (const Command& command : COMMANDS) {
+  for (const Command& command : commands) {
     const std::size_t space = command.path.rfind(' ');
     const std::string_view family = space == std::string_view::npos ? "" : command.path.substr(0, space);
     if (family == path && command.help != nullptr) children.push_back(&command);
@@ -227,21 +210,25 @@ bool is_option(const Argument& argument) {
   return argument.name[0] == '-';
 }
 
-bool is_close(std::string_view word, std::string_view candidate) {
-  const std::size_t typos = std::clamp<std::size_t>(word.size() / 3, 1, 2);
-  return distance(word, candidate) <= typos || (word.size() > 2 && candidate.find(word) != std::string_view::npos);
+std::vector<const tLumenHarbourAttr*> attributes_of(const Command& command) {
+  const uint8 access = command.changes ? LUMENHARBOUR_ATTR_SET : LUMENHARBOUR_ATTR_GET;
+  std::vector<const tLumenHarbourAttr*> attributes;
+  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS)
+    if (attr.table == command.table && attr.value != LUMENHARBOUR_VALUE_RECORD && (attr.access & access) != 0)
+      attributes.push_back(&attr);
+  return attributes;
 }
 
-const Command* take_command(std::vector<std::string>* words, std::string* path) {
+const Command* take_command(Commands commands, std::vector<std::string>* words, std::string* path) {
   const Command* command = nullptr;
   for (auto word = words->begin(); word != words->end() && *word != "--";) {
     if (word->size() > 1 && word->front() == '-') {
       word += takes_next(*word) && word + 1 != words->end() ? 2 : 1;
       continue;
     }
-    if (command != nullptr && !has_children(*path)) return command;
-    const Command* const child = find_child(*path, *word);
-    if (child == nullptr) fail_unknown(*path, *word);
+    if (command != nullptr && !has_children(commands, *path)) return command;
+    const Command* const child = find_child(commands, *path, *word);
+    if (child == nullptr) fail_unknown(commands, *path, *word);
     command = child;
     *path = command->path;
     word = words->erase(word);
@@ -249,9 +236,9 @@ const Command* take_command(std::vector<std::string>* words, std::string* path) 
   return command;
 }
 
-CommandLine parse(const std::vector<std::string>& words, const Arguments& defaults) {
+CommandLine parse(Commands commands, const std::vector<std::string>& words, const Arguments& defaults) {
   try {
-    return take_apart(words, defaults);
+    return take_apart(commands, words, defaults);
   } catch (Failure& failure) {
     failure.format = format_of(words, defaults.format);
     throw;

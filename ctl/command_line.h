@@ -3,12 +3,13 @@
 /// @file
 /// From words to a command at work: one command line of the shell, of `-c`, or of a line typed at the prompt.
 
-#include "command_table.h"
+#include "command.h"
 
 namespace lumenharbour::ctl {
 
 /// A command line, taken apart.
 struct CommandLine {
+  Commands commands;                 ///< all that it could name
   const Command* command = nullptr;  ///< null when the line names none
   Arguments args;
   std::string help;  ///< the help that the line asks for; empty for none
@@ -16,10 +17,11 @@ struct CommandLine {
 
 /// Takes a command line apart. Commands may be abbreviated as long as one alone begins so.
 ///
+/// @param[in] commands  must outlive the result
 /// @param[in] words     the line, without the tool's own name
 /// @param[in] defaults  options that hold where the line says nothing else
 /// @throws Failure with `EXIT_USAGE`
-CommandLine parse(const std::vector<std::string>& words, const Arguments& defaults);
+CommandLine parse(Commands commands, const std::vector<std::string>& words, const Arguments& defaults);
 
 /// Runs a command line, or prints the help that it asks for, and writes out what it printed.
 /// @throws Failure when it is not done.
@@ -31,21 +33,18 @@ void run(const CommandLine& line);
 /// @param[out]    path   the command's words in full, as far as they are there
 /// @return the command or family; null when the first word is missing
 /// @throws Failure with `EXIT_USAGE` for a word that is no command, or begins several
-const Command* take_command(std::vector<std::string>* words, std::string* path);
-
-/// @return the seconds that `text` says, above 0. @throws Failure, which says that it is no `what`.
-double seconds_of(const std::string& text, const char* what);
+const Command* take_command(Commands commands, std::vector<std::string>* words, std::string* path);
 
 /// @return the commands directly below `path`, or at the top for an empty one, without those that have no help.
-std::vector<const Command*> children_of(std::string_view path);
+std::vector<const Command*> children_of(Commands commands, std::string_view path);
 
 /// @return the last word of a command's path.
 std::string_view word_of(const Command& command);
 
-/// @return true when `candidate` may be what `word` was meant to say.
-bool is_close(std::string_view word, std::string_view candidate);
-
 /// @return true for an argument that is an option.
 bool is_option(const Argument& argument);
+
+/// @return the attributes that a get or set command takes, in the order of their list.
+std::vector<const tLumenHarbourAttr*> attributes_of(const Command& command);
 
 }  // namespace lumenharbour::ctl

@@ -1,5 +1,6 @@
 #include "command_table.h"
 
+#include "commands.h"
 #include "complete.h"
 #include "generate.h"
 
@@ -9,7 +10,6 @@ namespace {
 constexpr std::string_view AUTO[] = {"auto"};
 constexpr std::string_view NONE[] = {"none"};
 constexpr std::string_view GROUP_TYPES[] = {"mac", "pid"};
-constexpr std::string_view FORMATS[] = {"plain", FORMAT_JSON};
 constexpr std::string_view SHOW[] = {"show"};
 
 constexpr Argument GROUP = {"GROUP", &Arguments::row, true, "group id or name", "", Hint::group};
@@ -280,39 +280,8 @@ constexpr Command COMMAND_TABLE[] = {
     {"manual", "Print the manual page, for man(1)", {}, print_manual},
 };
 
-constexpr Argument OPTION_TABLE[] = {
-    {"-h,--help", std::variant_alternative_t<2, decltype(Argument::field)>{}, false,
-     "Print this help message and exit"},
-    {"--version", std::variant_alternative_t<2, decltype(Argument::field)>{}, false, "Print the version and exit"},
-    {"-s,--socket", &Arguments::socket, false, "the daemon's socket", "PATH", Hint::file},
-    {"-t,--timeout", &Arguments::timeout, false, "how long to wait for an answer; 5 if left out", "SECONDS"},
-    {"-f,--format", &Arguments::format, false, "plain or json", "FORMAT", Hint::words, FORMATS},
-    {"-c,--command", &Arguments::lines, false, "run a command; may be given several times", "COMMAND"},
-    {"--read-only", &Arguments::read_only, false, "refuse every command that changes the daemon"},
-};
-
-constexpr ExitText EXIT_TABLE[] = {
-    {EXIT_DONE, "done"},
-    {EXIT_REFUSED, "refused"},
-    {EXIT_USAGE, "wrong usage"},
-    {EXIT_NOT_FOUND, "not found"},
-    {EXIT_UNREACHABLE, "no daemon reached"},
-    {EXIT_TIMED_OUT, "no answer in time"},
-};
-
 }  // namespace
 
-constexpr std::span<const Command> COMMANDS = COMMAND_TABLE;
-constexpr std::span<const Argument> OPTIONS = OPTION_TABLE;
-constexpr std::span<const ExitText> EXITS = EXIT_TABLE;
-
-std::vector<const tLumenHarbourAttr*> attributes_of(const Command& command) {
-  const uint8 access = command.run == set ? LUMENHARBOUR_ATTR_SET : LUMENHARBOUR_ATTR_GET;
-  std::vector<const tLumenHarbourAttr*> attributes;
-  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS)
-    if (attr.table == command.table && attr.value != LUMENHARBOUR_VALUE_RECORD && (attr.access & access) != 0)
-      attributes.push_back(&attr);
-  return attributes;
-}
+constexpr Commands COMMANDS = COMMAND_TABLE;
 
 }  // namespace lumenharbour::ctl

@@ -4,8 +4,8 @@
 
 #include <algorithm>
 
-#include "command_line.h"
 #include "rows.h"
+#include "words.h"
 
 namespace lumenharbour::ctl {
 namespace {

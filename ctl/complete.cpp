@@ -4,6 +4,7 @@
 
 #include "command_line.h"
 #include "rows.h"
+#include "tool.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -15,6 +16,7 @@ constexpr int TIMEOUT_MS = 500;
 
 /// A line, taken apart as far as an unfinished one can be.
 struct Line {
+  Commands commands;                  ///< all that it may name
   Arguments args;                     ///< what its options and operands say
   Words words;                        ///< neither options nor their values, the last word left out
   Words literal;                      ///< likewise, behind "--"
@@ -42,7 +44,7 @@ bool has_value(const Argument& option) {
 }
 
 /// @return the option of that spelling, of any command, or null.
-const Argument* find_option(std::string_view spelling) {
+const Argument* find_option(Commands commands, std::string_view spelling) {
   const auto is_named = [spelling](const Argument& argument) {
     if (!is_option(argument)) return false;
     const Words spellings = spellings_of(argument);
@@ -50,7 +52,7 @@ const Argument* find_option(std::string_view spelling) {
   };
   for (const Argument& option : OPTIONS)
     if (is_named(option)) return &option;
-  for (const Command& command : COMMANDS)
+  for (const Command& command : commands)
     for (const Argument& argument : command.arguments)
       if (is_named(argument)) return &argument;
   return nullptr;
@@ -64,7 +66,7 @@ void assign(Line* line, const Argument& argument, std::string_view value) {
 void take_option(Line* line, std::string_view word) {
   const bool is_long = word.starts_with("--");
   const std::size_t end = is_long ? std::min(word.find('='), word.size()) : 2;
-  const Argument* const option = find_option(word.substr(0, end));
+  const Argument* const option = find_option(line->commands, word.substr(0, end));
   if (option == nullptr || !has_value(*option)) return;
   if (end == word.size())
     line->pending = option;
@@ -95,13 +97,14 @@ std::vector<const Argument*> positionals_of(const Command& command) {
 }
 
 /// Takes a line apart. @throws Failure when it names no command.
-Line line_of(const Words& words, const Arguments& defaults) {
+Line line_of(Commands commands, const Words& words, const Arguments& defaults) {
   Line line;
+  line.commands = commands;
   line.args = defaults;
   line.last = words.back();
   for (std::size_t i = 0; i + 1 < words.size(); i++) take_word(&line, words[i]);
   line.operands = line.words;
-  line.command = take_command(&line.operands, &line.path);
+  line.command = take_command(commands, &line.operands, &line.path);
   line.operands.insert(line.operands.end(), line.literal.begin(), line.literal.end());
   if (line.command == nullptr) return line;
   std::size_t i = 0;
@@ -113,7 +116,7 @@ Line line_of(const Words& words, const Arguments& defaults) {
 // ---- What the daemon has ----
 
 Call call_of(const Line& line) {
-  return {Daemon({line.args.socket, TIMEOUT_MS}), line.args, *line.command};
+  return {Daemon({line.args.socket, TIMEOUT_MS}), line.args, *line.command, line.commands};
 }
 
 /// @return an octet string of each row of a table, and the rows.
@@ -209,7 +212,7 @@ Words options(const Line& line) {
 
 /// @return the last word's option with each value that it may have, for `--option=value`.
 Words offer_attached(const Line& line, std::size_t equals, bool* is_file) {
-  const Argument* const option = find_option(std::string_view(line.last).substr(0, equals));
+  const Argument* const option = find_option(line.commands, std::string_view(line.last).substr(0, equals));
   if (option == nullptr || !has_value(*option)) return {};
   Words words = offer_argument(line, *option, is_file);
   for (std::string& word : words) word.insert(0, line.last, 0, equals + 1);
@@ -240,7 +243,7 @@ Words offer(const Line& line, bool* is_file) {
   }
   Words words;
   if (line.operands.empty() && !line.is_literal)
-    for (const Command* const child : children_of(line.path)) words.emplace_back(word_of(*child));
+    for (const Command* const child : children_of(line.commands, line.path)) words.emplace_back(word_of(*child));
   const Argument* const due = due_of(line);
   if (due == nullptr) return words;
   for (std::string& word : offer_argument(line, *due, is_file)) words.push_back(std::move(word));
@@ -255,18 +258,18 @@ Line inner_line(const Line& line) {
   if (!is_operand || due == nullptr || due->hint != Hint::words || !is_repeated(*due)) return line;
   Words words = line.operands;
   words.push_back(line.last);
-  Line inner = line_of(words, line.args);
+  Line inner = line_of(line.commands, words, line.args);
   if (!inner.path.starts_with(due->words[0])) throw Failure{EXIT_USAGE, "no such operand", ""};
   return inner;
 }
 
 }  // namespace
 
-std::vector<std::string> candidates(const std::vector<std::string>& words, const Arguments& defaults, bool* is_file) {
+std::vector<std::string> candidates(Commands commands, const Words& words, const Arguments& defaults, bool* is_file) {
   *is_file = false;
   if (words.empty()) return {};
   try {
-    Words offered = offer(inner_line(line_of(words, defaults)), is_file);
+    Words offered = offer(inner_line(line_of(commands, words, defaults)), is_file);
     std::erase_if(offered, [&words](const std::string& word) { return !word.starts_with(words.back()); });
     return offered;
   } catch (const Failure&) {
@@ -276,7 +279,7 @@ std::vector<std::string> candidates(const std::vector<std::string>& words, const
 
 void print_candidates(const Call& call) {
   bool is_file = false;
-  for (const std::string& word : candidates(call.args.words, call.args, &is_file)) print_line(word);
+  for (const std::string& word : candidates(call.commands, call.args.words, call.args, &is_file)) print_line(word);
   if (is_file) print_line("/");
 }
 

@@ -3,18 +3,20 @@
 /// @file
 /// What may stand next on a command line, for the completion of bash, of zsh and of the tool's own prompt.
 
-#include "commands.h"
+#include "command.h"
 
 namespace lumenharbour::ctl {
 
 /// Finds what may stand in place of the last word of a line.
 ///
+/// @param[in] commands  every command that the line may name
 /// @param[in] words     the line without the tool's own name; the last word may be empty
 /// @param[in] defaults  options that hold where the line says nothing else, such as the daemon's socket
 /// @param[out] is_file  receives whether a file may stand there, which is not among what is returned
 /// @return words that begin with the last one. Names of groups and the like come from the daemon: without one there
 ///         are none.
-std::vector<std::string> candidates(const std::vector<std::string>& words, const Arguments& defaults, bool* is_file);
+std::vector<std::string> candidates(Commands commands, const std::vector<std::string>& words, const Arguments& defaults,
+                                    bool* is_file);
 
 /// Prints the candidates for `Arguments::words`, one a line; a line of "/" for files. For completion scripts.
 void print_candidates(const Call& call);

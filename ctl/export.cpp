@@ -5,6 +5,7 @@
 #include <cstdio>
 #include <new>
 
+#include "commands.h"
 #include "document.h"
 
 namespace lumenharbour::ctl {

@@ -7,6 +7,7 @@
 #include "command_line.h"
 #include "rows.h"
 #include "shell.h"
+#include "tool.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -158,9 +159,9 @@ std::string manual_command(const Command& command) {
   return text + ".RE\n";
 }
 
-std::string manual_commands() {
+std::string manual_commands(Commands commands) {
   std::string text = section("COMMANDS");
-  for (const Command& command : COMMANDS) {
+  for (const Command& command : commands) {
     if (command.help == nullptr) continue;
     // A command without a family ends the family above it.
     const bool is_top = command.path.find(' ') == std::string_view::npos;
@@ -288,8 +289,8 @@ void print_zsh_completion(const Call&) {
   print(ZSH_SCRIPT);
 }
 
-void print_manual(const Call&) {
-  print(manual_head() + manual_options() + manual_commands() + manual_attributes());
+void print_manual(const Call& call) {
+  print(manual_head() + manual_options() + manual_commands(call.commands) + manual_attributes());
   print(PROMPT_TEXT);
   print(JSON_TEXT);
   print(manual_exits() + ENVIRONMENT_TEXT + manual_files());

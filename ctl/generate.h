@@ -4,7 +4,7 @@
 /// What packages install beside lumenharbourctl, made from the same tables as its parser: completion scripts and the
 /// manual page. None of it asks the daemon.
 
-#include "commands.h"
+#include "command.h"
 
 namespace lumenharbour::ctl {
 

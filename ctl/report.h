@@ -6,7 +6,7 @@
 
 #include <nlohmann/json.hpp>
 
-#include "commands.h"
+#include "command.h"
 
 namespace lumenharbour::ctl {
 

@@ -3,6 +3,8 @@
 #include <algorithm>
 #include <cerrno>
 
+#include "words.h"
+
 namespace lumenharbour::ctl {
 namespace {
 
@@ -315,25 +317,6 @@ Json attribute_table() {
                     {"role", is_set ? roles[attr.guard] : ""}});
   }
   return rows;
-}
-
-void check_group_name(std::string_view name) {
-  const tLumenHarbourAttr* const attr =
-      lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_NAME);
-  const std::string quoted = '\'' + std::string(name) + "' cannot be a group's name";
-  if (name.empty() || !parse_value(*attr, name))
-    throw Failure{EXIT_USAGE, quoted, "expected " + expected_value(*attr) + ", and at least one"};
-  if (parse_number(name)) throw Failure{EXIT_USAGE, quoted, "a number is always taken for a group's id"};
-}
-
-uint32 number_of(const std::string& text, const char* what, uint32 max) {
-  if (const std::optional<uint32> number = parse_number(text, max)) return *number;
-  throw Failure{EXIT_USAGE, '\'' + text + "' is no " + what, "expected a number from 0 to " + std::to_string(max)};
-}
-
-Mac mac_of(const std::string& text) {
-  if (const std::optional<Mac> mac = parse_mac(text)) return *mac;
-  throw Failure{EXIT_USAGE, '\'' + text + "' is no MAC address", "expected one such as 00:1b:21:0a:0b:0c"};
 }
 
 }  // namespace lumenharbour::ctl

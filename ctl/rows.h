@@ -110,13 +110,4 @@ std::string describe(const Row& row, const tLumenHarbourAttr& attr);
 /// for.
 Json attribute_table();
 
-/// Fails for a group name that could be taken for an id.
-void check_group_name(std::string_view name);
-
-/// @return the number that `text` says. @throws Failure, which says that it is no `what`.
-uint32 number_of(const std::string& text, const char* what, uint32 max = 0xffffffffU);
-
-/// @return the address that `text` says. @throws Failure for none.
-Mac mac_of(const std::string& text);
-
 }  // namespace lumenharbour::ctl

@@ -17,6 +17,7 @@
 #include "command_line.h"
 #include "complete.h"
 #include "report.h"
+#include "tool.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -87,27 +88,33 @@ std::string escaped(std::string_view word) {
 
 // ---- Lines ----
 
+/// What every line is taken apart by.
+struct Session {
+  Commands commands;
+  const Arguments& defaults;  ///< options that hold where a line says nothing else
+};
+
 bool is_end(const Words& words) {
   return words.size() == 1 && (words[0] == "exit" || words[0] == "quit");
 }
 
-CommandLine line_of(Words words, const Arguments& defaults) {
+CommandLine line_of(Words words, const Session& session) {
   if (!words.empty() && words[0] == "?") words[0] = "help";
-  CommandLine line = parse(words, defaults);
+  CommandLine line = parse(session.commands, words, session.defaults);
   if (!line.args.lines.empty()) throw Failure{EXIT_USAGE, "a line cannot hold --command", "give the command itself"};
   if (line.command == nullptr && line.help.empty())
     throw Failure{EXIT_USAGE, "the line holds options and no command", "options hold for their own line; see 'help'"};
   return line;
 }
 
-void run_input(const Arguments& defaults) {
+void run_input(const Session& session) {
   std::string line;
   for (int number = 1; std::getline(std::cin, line); number++) {
     try {
       const Words words = split(line);
       if (words.empty()) continue;
       if (is_end(words)) return;
-      run(line_of(words, defaults));
+      run(line_of(words, session));
     } catch (Failure& failure) {
       failure.message.insert(0, "line " + std::to_string(number) + ": ");
       throw;
@@ -116,10 +123,10 @@ void run_input(const Arguments& defaults) {
 }
 
 /// Runs a line and tells how it failed. @return the exit status that it has.
-int run_told(const Words& words, const Arguments& defaults) {
-  Arguments args = defaults;
+int run_told(const Words& words, const Session& session) {
+  Arguments args = session.defaults;
   try {
-    const CommandLine line = line_of(words, defaults);
+    const CommandLine line = line_of(words, session);
     args = line.args;
     run(line);
     return EXIT_DONE;
@@ -143,13 +150,13 @@ class Uninterrupted {
 };
 
 /// Runs a line in a process of its own, which an interrupt ends wherever it is, with nothing left behind here.
-void run_apart(const Words& words, const Arguments& defaults) {
+void run_apart(const Words& words, const Session& session) {
   const Uninterrupted guard;
   std::fflush(stdout);
   const pid_t child = fork();
   if (child == 0) {
     std::signal(SIGINT, SIG_DFL);
-    _exit(run_told(words, defaults));
+    _exit(run_told(words, session));
   }
   int status = 0;
   if (child < 0)
@@ -180,14 +187,15 @@ Words files(const std::string& path) {
 }
 
 /// @return what may stand in place of the last of the words.
-Words offer(Words words, const Arguments& defaults) {
+Words offer(Words words, const Session& session) {
   Words offered;
   if (words.size() == 1)
     for (const char* const word : {"exit", "help", "quit"})
       if (std::string_view(word).starts_with(words[0])) offered.emplace_back(word);
   if (words.size() > 1 && (words[0] == "help" || words[0] == "?")) words.erase(words.begin());
   bool is_file = false;
-  for (std::string& word : candidates(words, defaults, &is_file)) offered.push_back(std::move(word));
+  for (std::string& word : candidates(session.commands, words, session.defaults, &is_file))
+    offered.push_back(std::move(word));
   if (!is_file) return offered;
   const std::string& last = words.back();
   const std::size_t path = last.starts_with("--") ? last.find('=') + 1 : 0;
@@ -220,15 +228,15 @@ unsigned char replace(EditLine* edit, const std::string& before, std::size_t beg
 }
 
 unsigned char complete(EditLine* edit, int) {
-  void* defaults = nullptr;
-  el_get(edit, EL_CLIENTDATA, &defaults);
+  void* session = nullptr;
+  el_get(edit, EL_CLIENTDATA, &session);
   const LineInfo* const line = el_line(edit);
   const std::string before(line->buffer, line->cursor);
   Parts parts = take_apart(before);
   if (parts.is_comment) return CC_REFRESH_BEEP;
   if (!parts.is_word) parts.words.emplace_back();
   const std::size_t begin = parts.is_word ? parts.last : before.size();
-  const Words offered = offer(parts.words, *static_cast<const Arguments*>(defaults));
+  const Words offered = offer(parts.words, *static_cast<const Session*>(session));
   if (offered.empty()) return CC_REFRESH_BEEP;
   const std::string common = common_begin(offered);
   if (offered.size() > 1 && common.size() <= parts.words.back().size()) {
@@ -272,14 +280,14 @@ std::string history_path() {
 /// A terminal on which lines are edited and remembered.
 class Terminal {
  public:
-  explicit Terminal(const Arguments* defaults)
+  explicit Terminal(const Session* session)
       : edit_(el_init(TOOL, stdin, stdout, stderr)), history_(history_init()), path_(history_path()) {
     if (edit_ == nullptr || history_ == nullptr) throw Failure{EXIT_REFUSED, "cannot edit lines on this terminal", ""};
     ::history(history_.get(), &event_, H_SETSIZE, HISTORY_LINES);
     ::history(history_.get(), &event_, H_SETUNIQUE, 1);
     if (!path_.empty()) ::history(history_.get(), &event_, H_LOAD, path_.c_str());
     EditLine* const edit = edit_.get();
-    el_set(edit, EL_CLIENTDATA, defaults);
+    el_set(edit, EL_CLIENTDATA, session);
     el_set(edit, EL_PROMPT, prompt);
     el_set(edit, EL_EDITOR, "emacs");
     el_set(edit, EL_SIGNAL, 1);
@@ -323,9 +331,9 @@ class Terminal {
   HistEvent event_{};
 };
 
-void run_prompt(const Arguments& defaults) {
+void run_prompt(const Session& session) {
   std::setlocale(LC_CTYPE, "");
-  Terminal terminal(&defaults);
+  Terminal terminal(&session);
   std::string line;
   while (terminal.read(&line)) {
     try {
@@ -333,9 +341,9 @@ void run_prompt(const Arguments& defaults) {
       if (words.empty()) continue;
       terminal.remember(line);
       if (is_end(words)) return;
-      run_apart(words, defaults);
+      run_apart(words, session);
     } catch (const Failure& failure) {
-      print_failure(defaults, failure);
+      print_failure(session.defaults, failure);
     }
   }
   std::fputc('\n', stdout);
@@ -351,9 +359,10 @@ std::vector<std::string> split(const std::string& line) {
   return std::move(parts.words);
 }
 
-void run_shell(const Arguments& defaults) {
-  if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) return run_input(defaults);
-  run_prompt(defaults);
+void run_shell(Commands commands, const Arguments& defaults) {
+  const Session session = {commands, defaults};
+  if (isatty(STDIN_FILENO) == 0 || isatty(STDOUT_FILENO) == 0) return run_input(session);
+  run_prompt(session);
 }
 
 }  // namespace lumenharbour::ctl

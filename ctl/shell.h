@@ -3,7 +3,7 @@
 /// @file
 /// The interactive prompt, and commands read from standard input.
 
-#include "commands.h"
+#include "command.h"
 
 namespace lumenharbour::ctl {
 
@@ -25,8 +25,9 @@ std::vector<std::string> split(const std::string& line);
 /// has a process of its own there, so that an interrupt ends it and not the prompt. Otherwise the first
 /// failed command ends it.
 ///
+/// @param[in] commands  every command that a line may name
 /// @param[in] defaults  options that hold where a line says nothing else
 /// @throws Failure of a command, unless at a terminal
-void run_shell(const Arguments& defaults);
+void run_shell(Commands commands, const Arguments& defaults);
 
 }  // namespace lumenharbour::ctl

@@ -1,6 +1,7 @@
 #include <algorithm>
 #include <cstdio>
 
+#include "commands.h"
 #include "rows.h"
 
 namespace lumenharbour::ctl {

@@ -6,7 +6,9 @@
 #include <tuple>
 
 #include "command_line.h"
+#include "commands.h"
 #include "rows.h"
+#include "words.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -53,13 +55,13 @@ Scope scope_of(const Call& call) {
   if (call.args.words.empty()) return {};
   Arguments defaults = call.args;
   defaults.words.clear();
-  const CommandLine line = parse(call.args.words, defaults);
+  const CommandLine line = parse(call.commands, call.args.words, defaults);
   const Command* const command = line.command;
   if (command == nullptr || !command->path.starts_with("show"))
     throw Failure{EXIT_USAGE, "only what 'show' shows can be watched", "see 'lumenharbourctl show --help'"};
   if (command->run == show) return {};
   Scope scope{false, command->table, std::nullopt, command->run == show_vlans};
-  if (!line.args.row.empty()) scope.key = key_of(row_of({call.daemon, line.args, *command}));
+  if (!line.args.row.empty()) scope.key = key_of(row_of({call.daemon, line.args, *command, call.commands}));
   return scope;
 }
 

@@ -1,0 +1,58 @@
+#include "words.h"
+
+#include <algorithm>
+#include <charconv>
+
+namespace lumenharbour::ctl {
+namespace {
+
+/// @return how many edits lead from one word to the other: a character more, less or other, or two swapped.
+std::size_t distance(std::string_view from, std::string_view to) {
+  std::vector<std::vector<std::size_t>> edits(from.size() + 1, std::vector<std::size_t>(to.size() + 1));
+  for (std::size_t i = 0; i <= from.size(); i++) {
+    for (std::size_t j = 0; j <= to.size(); j++) {
+      edits[i][j] = std::max(i, j);
+      if (i == 0 || j == 0) continue;
+      const std::size_t changed = edits[i - 1][j - 1] + (from[i - 1] == to[j - 1] ? 0 : 1);
+      edits[i][j] = std::min({changed, edits[i - 1][j] + 1, edits[i][j - 1] + 1});
+      const bool is_swap = i > 1 && j > 1 && from[i - 1] == to[j - 2] && from[i - 2] == to[j - 1];
+      if (is_swap) edits[i][j] = std::min(edits[i][j], edits[i - 2][j - 2] + 1);
+    }
+  }
+  return edits[from.size()][to.size()];
+}
+
+}  // namespace
+
+bool is_close(std::string_view word, std::string_view candidate) {
+  const std::size_t typos = std::clamp<std::size_t>(word.size() / 3, 1, 2);
+  return distance(word, candidate) <= typos || (word.size() > 2 && candidate.find(word) != std::string_view::npos);
+}
+
+double seconds_of(const std::string& text, const char* what) {
+  double seconds = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
+  if (error == std::errc() && end == text.data() + text.size() && seconds > 0 && seconds <= 86400) return seconds;
+  throw Failure{EXIT_USAGE, '\'' + text + "' is no " + what, "expected seconds, above 0 and up to 86400"};
+}
+
+void check_group_name(std::string_view name) {
+  const tLumenHarbourAttr* const attr =
+      lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_NAME);
+  const std::string quoted = '\'' + std::string(name) + "' cannot be a group's name";
+  if (name.empty() || !parse_value(*attr, name))
+    throw Failure{EXIT_USAGE, quoted, "expected " + expected_value(*attr) + ", and at least one"};
+  if (parse_number(name)) throw Failure{EXIT_USAGE, quoted, "a number is always taken for a group's id"};
+}
+
+uint32 number_of(const std::string& text, const char* what) {
+  if (const std::optional<uint32> number = parse_number(text)) return *number;
+  throw Failure{EXIT_USAGE, '\'' + text + "' is no " + what, "expected a number from 0 to 4294967295"};
+}
+
+Mac mac_of(const std::string& text) {
+  if (const std::optional<Mac> mac = parse_mac(text)) return *mac;
+  throw Failure{EXIT_USAGE, '\'' + text + "' is no MAC address", "expected one such as 00:1b:21:0a:0b:0c"};
+}
+
+}  // namespace lumenharbour::ctl

@@ -1,0 +1,25 @@
+#pragma once
+
+/// @file
+/// What words of a command line say: times, numbers, addresses and names.
+
+#include "command.h"
+
+namespace lumenharbour::ctl {
+
+/// @return true when `candidate` may be what `word` was meant to say.
+bool is_close(std::string_view word, std::string_view candidate);
+
+/// @return the seconds that `text` says, above 0. @throws Failure, which says that it is no `what`.
+double seconds_of(const std::string& text, const char* what);
+
+/// Fails for a group name that could be taken for an id.
+void check_group_name(std::string_view name);
+
+/// @return the number that `text` says. @throws Failure, which says that it is no `what`.
+uint32 number_of(const std::string& text, const char* what);
+
+/// @return the address that `text` says. @throws Failure for none.
+Mac mac_of(const std::string& text);
+
+}  // namespace lumenharbour::ctl
