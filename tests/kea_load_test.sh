@@ -27,14 +27,21 @@ configure() { # configure PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET
 END
 }
 
+start() { # a server on the configuration as it is
+  # Emptied before there is another process: what the last server said must not be taken for this one's.
+  : >"$dir/log"
+  "$kea" -c "$dir/conf" >>"$dir/log" 2>&1 &
+  server=$!
+}
+
+# Whoever waits for what a server says does not kill the shell that is to become the server, which has the trap as well.
 appears() { # appears TEXT WHAT: in the server's log
   await -l "$dir/log" grep -qF -- "$1" "$dir/log" || { failed=1; echo "$2"; }
 }
 
 says() { # says PARAMETERS CONTEXT-OF-NETWORK CONTEXT-OF-SUBNET TEXT: a server that starts with them says so
   configure "${@:1:3}"
-  "$kea" -c "$dir/conf" >"$dir/log" 2>&1 &
-  server=$!
+  start
   appears "$4" "${*:1:3}"
   kill $server 2>/dev/null
   wait $server
@@ -58,8 +65,7 @@ says '{}' '{}' '{"lumenharbour": 7}' "$bad subnet 192.0.2.0/24, user context 'lu
 
 # A server that serves goes on with what was set before, and ends well.
 configure '{"socket": "/run/first"}' '{}' '{}'
-"$kea" -c "$dir/conf" >"$dir/log" 2>&1 &
-server=$!
+start
 appears $started start
 for parameters in '{"timeout-ms": 0}' '{"socket": 7}'; do
   configure "$parameters" '{}' '{}'
