@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "document.h"
+#include "role.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -204,7 +205,6 @@ void Planner::plan_role() {
     change_global(LUMENHARBOUR_GLB_STATE);
   change_global(LUMENHARBOUR_GLB_DIRECTORIPTYPE);
   change_global(LUMENHARBOUR_GLB_DIRECTORIP);
-  const auto address = wanted_.globals.find(LUMENHARBOUR_GLB_DIRECTORIP);
   const bool is_changed = !changes_.empty() && changes_.back().sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP;
   if (is_changed && now_.is_director() && wanted_.needs_director())
     throw Failure{EXIT_REFUSED,
@@ -212,10 +212,6 @@ void Planner::plan_role() {
                       text_of(changes_.back().after) + " in place of " + text_of(changes_.back().before),
                   "an address that is not this switch's would lose every group; change it by itself first, with "
                   "'lumenharbourctl director address'"};
-  if (address == wanted_.globals.end() || now_.is_director() || !wanted_.needs_director()) return;
-  // A client that has the address already becomes the director when the address is set again.
-  if (!is_changed)
-    changes_.push_back({CHANGE, "", "director-state", "off", "on", {{GlobalRow{}, address->first, address->second}}});
 }
 
 void Planner::plan_vlans() {
@@ -477,6 +473,23 @@ bool sets_address(const std::vector<Change>& changes) {
                      [](const Change& change) { return change.sets.back().cmd == LUMENHARBOUR_GLB_DIRECTORIP; });
 }
 
+/// Makes the changes that are about the role, and with them the director of a switch that has the file's address.
+///
+/// @param[in] becomes  the switch is not the director, and the file wants it to be
+void make_role(const Call& call, const Document& wanted, const std::vector<Change>& role, bool becomes, Maker* maker) {
+  maker->make(role);
+  const bool is_address_new = sets_address(role);
+  if (!call.args.dry_run && (becomes || is_address_new)) {
+    const std::string& address = std::get<std::string>(wanted.globals.at(LUMENHARBOUR_GLB_DIRECTORIP));
+    const bool is_own = take_address(call, address);
+    if (!is_own && wanted.needs_director())
+      throw Failure{EXIT_REFUSED, "cannot apply " + wanted.file + ": " + foreign(address),
+                    "give this switch the address, or correct the file", ERR_AUTOCFG_IPMISMATCH};
+    if (!is_own) note(foreign(address));
+  }
+  if (becomes && !is_address_new) maker->make({{CHANGE, "", "director-state", "off", "on", {}}});
+}
+
 /// Makes all changes that `wanted` asks for.
 void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   const std::string attempt = "apply " + wanted.file;
@@ -485,11 +498,12 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   first.plan_role();
   const std::vector<Change> role = first.changes();
   const bool was_director = now.is_director();
-  const bool is_assumed = call.args.dry_run && !was_director && wanted.needs_director() && sets_address(role);
+  const bool becomes = !was_director && wanted.needs_director() && wanted.globals.contains(LUMENHARBOUR_GLB_DIRECTORIP);
+  const bool is_assumed = call.args.dry_run && becomes;
 
   // A director's changes are all planned before the first is made; another switch must become one to be planned for.
-  if (!was_director) maker->make(role);
-  if (!was_director && !call.args.dry_run && !role.empty()) now = read_state(call);
+  if (!was_director) make_role(call, wanted, role, becomes, maker);
+  if (!was_director && !call.args.dry_run && (becomes || !role.empty())) now = read_state(call);
   if (wanted.needs_director() && !is_assumed) require_director(call, attempt);
   Planner rest(call, wanted, now, is_assumed);
   rest.plan_vlans();
@@ -500,7 +514,7 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   rest.plan_stop();
   rest.check_pools();
   if (was_director && !role.empty()) {
-    maker->make(role);
+    make_role(call, wanted, role, becomes, maker);
     // Another address may have ended the role, and a client takes a director's attributes without effect.
     if (wanted.needs_director()) require_director(call, attempt);
   }

@@ -58,7 +58,7 @@ constexpr Command COMMAND_TABLE[] = {
 
     {"service", "The provisioning service of this switch"},
     {"service start",
-     "Start the service, in the client role",
+     "Start the service: a switch without a saved configuration becomes a client",
      {},
      set,
      CHANGES,
@@ -84,7 +84,7 @@ constexpr Command COMMAND_TABLE[] = {
      LUMENHARBOUR_GLB_DIRECTORIP},
     {"director start", "Become the director", {}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DIRECTORSTATE, LUMENHARBOUR_ON},
     {"director stop",
-     "Become a client again; groups and clients are forgotten",
+     "Leave the director role; groups and clients are forgotten",
      {},
      set,
      CHANGES,

@@ -4,7 +4,7 @@
 
 #include <algorithm>
 
-#include "rows.h"
+#include "role.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -88,8 +88,6 @@ void tell_aftermath(const Call& call, const Row& row, const tLumenHarbourAttr& a
                       " has no interface on this switch",
                   "make the interface first"};
   }
-  if (is_global && attr.cmd == LUMENHARBOUR_GLB_DIRECTORIP && format_value(attr, value) != "none" && !is_director(call))
-    return note(format_value(attr, value) + " is no address of this switch: it is not the director");
   const bool is_written = attr.name == "name" || attr.name == "image" || attr.name.ends_with("-local");
   if (is_global || !is_written) return;
   const Reply<uint32> status = call.daemon.get_integer(row, LUMENHARBOUR_CUSTOMGRP_STATUS);
@@ -184,7 +182,12 @@ void set(const Call& call) {
   if (attr.guard == LUMENHARBOUR_GUARD_DIRECTOR || is_flush) require_director(call, attempt);
   if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_TYPE)
     refuse_members(call, std::get<GroupRow>(row), attempt);
-  check(call, send(call, row, attr.cmd, value), attempt, row, &attr);
+  if (attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.cmd == LUMENHARBOUR_GLB_DIRECTORIP) {
+    const std::string& address = std::get<std::string>(value);
+    if (!take_address(call, address)) note(foreign(address));
+  } else {
+    check(call, send(call, row, attr.cmd, value), attempt, row, &attr);
+  }
   tell_aftermath(call, row, attr, value);
   print_done(call.args);
 }

@@ -48,7 +48,9 @@ std::string unsupported_advice(const Call& call, const tLumenHarbourAttr* attr) 
   if (attr != nullptr && attr->access == LUMENHARBOUR_ATTR_SET && !call.command.changes)
     return "it can be set, not read";
   if (attr != nullptr && attr->guard == LUMENHARBOUR_GUARD_CLIENT)
-    return "it is set in the client role only; leave the director role with 'lumenharbourctl director stop'";
+    return std::string("it is set in the client role only") +
+           (is_director(call) ? "; leave the director role with 'lumenharbourctl director stop'"
+                              : ", and a switch that started with a saved configuration has none");
   return "";
 }
 

@@ -2,18 +2,13 @@
 #include <cstdio>
 
 #include "commands.h"
-#include "rows.h"
+#include "role.h"
 
 namespace lumenharbour::ctl {
 namespace {
 
 Json global_json(const Record& globals, uint32 cmd) {
   return json_of(*lumenharbour_attr_find(LUMENHARBOUR_TABLE_GLOBAL, cmd), value_of(globals, cmd));
-}
-
-const char* role_of(const Record& globals) {
-  if (integer_of(globals, LUMENHARBOUR_GLB_STATE) != LUMENHARBOUR_ON) return "none";
-  return integer_of(globals, LUMENHARBOUR_GLB_DIRECTORSTATE) == LUMENHARBOUR_ON ? "director" : "client";
 }
 
 Json pool(const char* name, const Record& globals, uint32 max_cmd, std::size_t used) {
@@ -80,7 +75,7 @@ void show_rows(const Call& call, const std::vector<std::string>& headings, const
 
 void show(const Call& call) {
   const Record globals = read_record(call, GlobalRow{});
-  Json overview = {{"role", role_of(globals)}};
+  Json overview = {{"role", role_of(call)}};
   for (const Item& item : OVERVIEW) overview[item.name] = global_json(globals, item.cmd);
   const Json pools = pools_of(call, globals);
   if (call.args.is_json()) {

@@ -7,7 +7,7 @@
 
 #include "command_line.h"
 #include "commands.h"
-#include "rows.h"
+#include "role.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -204,16 +204,6 @@ struct Condition {
   std::string wanted;  ///< as the value reads
 };
 
-Json role_now(const Call& call) {
-  const auto is_on = [&call](uint32 cmd) {
-    const Reply<uint32> reply = call.daemon.get_integer(GlobalRow{}, cmd);
-    check(call, reply, "look at the role");
-    return reply.value == LUMENHARBOUR_ON;
-  };
-  if (!is_on(LUMENHARBOUR_GLB_STATE)) return "none";
-  return is_on(LUMENHARBOUR_GLB_DIRECTORSTATE) ? "director" : "client";
-}
-
 /// A value that is no attribute.
 struct Figure {
   const char* name;
@@ -221,7 +211,7 @@ struct Figure {
 };
 
 constexpr Figure FIGURES[] = {
-    {"role", role_now},
+    {"role", [](const Call& call) { return Json(role_of(call)); }},
     {"client-count", [](const Call& call) { return Json(walk<ClientRow>(call).size()); }},
     {"group-count", [](const Call& call) { return Json(walk<GroupRow>(call).size()); }},
     {"builtin-count", [](const Call& call) { return Json(walk<BuiltinRow>(call).size()); }},
@@ -241,7 +231,7 @@ const tLumenHarbourAttr* attribute_named(const std::string& name) {
   return nullptr;
 }
 
-Condition condition_of(const std::string& text) {
+Condition condition_of(const Arguments& args, const std::string& text) {
   const std::size_t at = text.find_first_of("<>=!");
   Condition condition{text, text.substr(0, at), "", ""};
   const std::string_view rest = std::string_view(text).substr(std::min(at, text.size()));
@@ -265,6 +255,9 @@ Condition condition_of(const std::string& text) {
                   attr != nullptr ? "expected " + expected_value(*attr)
                   : is_count      ? "expected a number"
                                   : "expected director, client or none"};
+  if (condition.name == "role" && args.read_only && condition.wanted != "director")
+    throw Failure{EXIT_USAGE, "what '" + text + "' waits for cannot be told with --read-only",
+                  "director alone can be told from the other roles without setting anything"};
   if (attr != nullptr) condition.wanted = text_of(json_of(*attr, *parse_value(*attr, condition.wanted)));
   return condition;
 }
@@ -322,7 +315,7 @@ void watch(const Call& call) {
 
 void wait(const Call& call) {
   std::vector<Condition> conditions;
-  for (const std::string& text : call.args.condition) conditions.push_back(condition_of(text));
+  for (const std::string& text : call.args.condition) conditions.push_back(condition_of(call.args, text));
   const Seconds interval = interval_of(call, 0.2);
   const bool is_endless = call.args.timeout.empty();
   const Seconds patience(is_endless ? 0 : seconds_of(call.args.timeout, "time-out"));

@@ -119,11 +119,13 @@ stopped() {
   expect_json 1 'd[0]["error"]["name"] == "ERR_ZOR_NOTSTARTED" and d[0]["error"]["code"] > 0' director start
 }
 
+FOREIGN="is no address of this switch: it is kept as the director's, and this switch is not the director"
+
 roles() {
   local become="make it with 'lumenharbourctl director address A.B.C.D'"
-  expect 0 '' -c 'service start' -c 'notify off'
+  expect 0 off -c 'service start' -c 'notify off' -c 'wait --for role=client -t 5' -c 'get client-notify'
   expect 1 '! cannot set director-state: ERR_AUTOCFG_NODIRECTORIP: *' director start
-  expect 0 '! 192.0.2.9 is no address of this switch: it is not the director' director address 192.0.2.9
+  expect 0 "! 192.0.2.9 $FOREIGN" director address 192.0.2.9
   expect 0 '' director type 1
   expect 1 '! cannot set director-state: ERR_AUTOCFG_IPMISMATCH: *; give this switch the address, *' director start
   expect 1 "! cannot set default-image: *director*; $become" default image v1.bin
@@ -357,9 +359,37 @@ misapplying() {
     'director: {address: 192.0.2.9}' 'groups: []'
 }
 
+saved() { # a switch that has a saved configuration starts with no role
+  local file=$dir/director.yaml
+  stop_daemon
+  echo 'a saved configuration' >"$dir/startcfg"
+  echo "startup_config = $dir/startcfg" >"$dir/platform.conf"
+  export LUMENHARBOUR_PLATFORM_CONF=$dir/platform.conf
+  start_daemon
+  expect 0 $'role                    none\nservice                 on\n*' -c 'service start' -c show
+  expect 0 $'role                    client or none\n*' --read-only show
+  expect 0 '' --read-only -c 'wait --for role!=director -t 5' -c 'wait --for director-ip=none -t 5'
+  expect 2 "! what 'role!=none' waits for cannot be told with --read-only; *" --read-only wait --for 'role!=none' -t 5
+  expect 1 '! *, and a switch that started with a saved configuration has none' notify on
+  printf '%s\n' 'service: on' 'director: {address: 192.0.2.9}' 'groups: []' >"$file"
+  expect 1 $'~ director-ip: none -> 192.0.2.9\n! cannot apply *: 192.0.2.9 '"$FOREIGN; *" apply "$file"
+  expect 1 "! cannot apply *: 192.0.2.9 $FOREIGN; *" apply "$file"
+  expect 0 "0"$'\n'"! 192.0.2.9 $FOREIGN" -c 'director address 192.0.2.9' -c 'get director-ip-type'
+  expect 0 0 -c 'director address 192.0.2.1' -c 'wait --for role=director -t 5' -c 'get director-ip-type'
+  expect 0 '' director address 192.0.2.1
+  sed -i s/2.9/2.1/ "$file"
+  expect 0 'nothing to change' apply "$file"
+  expect 0 $'~ director-state: off -> on\n1 change made' -c 'director stop' -c "apply $file"
+  "$ctl" export >"$dir/export.yaml"
+  stop_daemon
+  start_daemon
+  expect 0 $'~ state: off -> on\n~ director-ip: none -> 192.0.2.1\n2 changes made' apply "$dir/export.yaml"
+  expect 0 'nothing to change' apply "$dir/export.yaml"
+}
+
 if [ -z "$(ip -4 address show dev uplink)" ]; then
   address=192.0.2.1/24
   ip address add $address dev uplink || exit 1
 fi
-absent; words; stopped; roles; groups; clients; several; output; silence; elsewhere; watching; applying; misapplying
+absent; words; stopped; roles; groups; clients; several; output; silence; elsewhere; watching; applying; misapplying; saved
 [ "$failed" = 0 ]
