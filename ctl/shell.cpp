@@ -137,7 +137,8 @@ int run_told(const Words& words, const Session& session) {
   }
 }
 
-/// Lets an interrupt end the processes that this one starts, and not this one.
+/// Lets an interrupt end the processes that this one starts, and not this one. A key that comes before the terminal is
+/// set for editing, or when it no longer is, sends one too.
 class Uninterrupted {
  public:
   Uninterrupted() : before_(std::signal(SIGINT, SIG_IGN)) {}
@@ -151,7 +152,6 @@ class Uninterrupted {
 
 /// Runs a line in a process of its own, which an interrupt ends wherever it is, with nothing left behind here.
 void run_apart(const Words& words, const Session& session) {
-  const Uninterrupted guard;
   std::fflush(stdout);
   const pid_t child = fork();
   if (child == 0) {
@@ -332,6 +332,7 @@ class Terminal {
 };
 
 void run_prompt(const Session& session) {
+  const Uninterrupted guard;
   std::setlocale(LC_CTYPE, "");
   Terminal terminal(&session);
   std::string line;
