@@ -1,6 +1,12 @@
 // What the DHCP server's hook decides: whose packets are ours, what goes into option 43, when the director is asked.
 
 #include <gtest/gtest.h>
+#include <unistd.h>
+
+#include <cstdlib>
+#include <fstream>
+#include <iomanip>
+#include <sstream>
 
 #include "logic.h"
 
@@ -81,6 +87,49 @@ TEST(KeaOption43, HoldsWhatIsGiven) {
   const Bytes expected = {1, 1, 'a', 2, 1, 'b', 4, 4, 192, 0, 2, 1, 8, 4, 0, 0, 1, 2, 9, 2, 'h', 'i'};
   EXPECT_EQ(expected, encode_option43(settings, {"a", "b"}));
   EXPECT_EQ(2U + 255 + 2 + 255 + 16, encode_option43(settings, {std::string(255, 'x'), std::string(255, 'y')}).size());
+}
+
+/// @return what a switch's DHCP client hands to its daemon when it is sent that option 43
+std::string read_by_switch(const std::string& shell, const Bytes& option43) {
+  const std::string file = testing::TempDir() + "dhcp.options." + std::to_string(getpid());
+  std::ostringstream hex;
+  for (const unsigned byte : option43) hex << std::hex << std::setw(2) << std::setfill('0') << byte;
+  setenv("opt43", hex.str().c_str(), 1);
+  setenv("LUMENHARBOUR_DHCP_STATE", file.c_str(), 1);
+  const std::string command = "LUMENHARBOUR_CONFIGURE=no LUMENHARBOUR_UDHCPC_DIR=/nowhere " + shell + " " UDHCPC_SCRIPT;
+  EXPECT_EQ(0, std::system((command + " bound 2>/dev/null").c_str())) << shell;
+  std::ostringstream lines;
+  lines << std::ifstream(file).rdbuf();
+  unlink(file.c_str());
+  return lines.str();
+}
+
+TEST(KeaOption43, IsWhatTheSwitchReads) {
+  Settings settings;
+  const std::pair<const char*, Parameter> parameters[] = {
+      {"image-file", "v3.bin"},   {"tftp-server", "192.0.2.1"}, {"ftp-server", "198.51.100.2"},
+      {"ftp-username", "quay"},   {"ftp-password", "lantern"},  {"reboot-time", std::int64_t{4000000000}},
+      {"auth-msg", "$a 'b' \\c"},
+  };
+  for (const auto& [name, value] : parameters) EXPECT_EQ("", set_parameter(&settings, name, value));
+  for (const char* const shell : {"busybox ash", "dash"})
+    EXPECT_EQ(
+        "imagelist=floor-2.txt\nconfig-file=floor-2.cfg\nimage-file=v3.bin\ntftp-server=192.0.2.1\n"
+        "ftp-server=198.51.100.2\nftp-username=quay\nftp-password=lantern\nreboot-time=4000000000\n"
+        "auth-msg=$a 'b' \\c\n",
+        read_by_switch(shell, encode_option43(settings, {"floor-2.txt", "floor-2.cfg"})));
+}
+
+TEST(KeaOption43, HasNoWordThatTheSwitchRefuses) {
+  std::vector<std::string> words;
+  for (int c = 0; c <= 0x7f; c++) words.insert(words.end(), {{'x', static_cast<char>(c)}, {static_cast<char>(c), 'x'}});
+  for (const std::string& word : words) {
+    Settings settings;
+    const bool is_taken = set_parameter(&settings, "ftp-password", word).empty();
+    settings.ftp_password = word;
+    const std::string read = read_by_switch("dash", encode_option43(settings, {}));
+    EXPECT_EQ(is_taken ? "ftp-password=" + word + "\n" : "", read) << word;
+  }
 }
 
 TEST(KeaOption43, RoomIsWhatTheClientTakes) {

@@ -70,7 +70,7 @@ gives 'imagelist=b' '' opt43=01016102000101620900 # the last one counts, and no 
 gives 'imagelist=d\a' '' opt43=0103645c61
 gives $'imagelist=\xc3\xbc\xff' '' opt43=0103c3bcff
 shell_text='a character that a shell interprets'
-gives - 'option 43, sub-option 1 (imagelist) has a control character' opt43=0901780103610a62
+gives - 'option 43, sub-option 1 (imagelist file) has a control character' opt43=0901780103610a62
 gives - 'option 43, sub-option 2 (configuration file) has a control character' opt43=020361007f
 gives - 'option 43, sub-option 3 (image file) has a control character' opt43=03021f41
 gives - 'option 43, sub-option 9 (authentication message) has a control character' opt43=09017f010162
@@ -79,7 +79,7 @@ for byte in 20 22 24 26 27 28 29 2a 3b 3c 3e 3f 5b 60 7b 7c; do
   gives - "*sub-option 6 (FTP user name) has $shell_text" opt43=010162060361${byte}62
 done
 for byte in 23 2d 7e; do
-  gives - "*sub-option 1 (imagelist) begins with '#', '-' or '~'" opt43=0102${byte}72
+  gives - "*sub-option 1 (imagelist file) begins with '#', '-' or '~'" opt43=0102${byte}72
   gives "imagelist=a$(printf %b "\\x$byte")" '' opt43=010261$byte
 done
 gives - '*sub-option 9 is 9 bytes long, and 1 are left' opt43=010162090978 siaddr=192.0.2.9
@@ -100,6 +100,13 @@ gives 'image-file=c' '' opt43=030163 bootfile=a.bin
 gives 'image-file=a.bin' '' bootfile=a.bin boot_file=b.bin
 gives 'image-file=b.bin' "option 67 has $shell_text" 'bootfile=a;reboot' boot_file=b.bin
 gives '' 'the BOOTP file field has a control character' boot_file=$'b\ntftp-server=192.0.2.66'
+
+# One table, in three languages. What the numbers mean to both ends is tested with the DHCP server's hook.
+table=$(sed -nE 's/^  SUBOPTION_.* = ([0-9]+), +\/+< (.*): (.*)/| \1 | \2 | \3 |/p' "$source/dhcp/option43.h")
+guide=$(sed -n '/^| number | what | value |$/,/^$/p' "$source/docs/operating.md" | sed '1,2d')
+[ "$guide" = "$table" ] || fail "the guide's table of sub-options" "$table" "$guide"
+names=$(sed -nE 's/^    ([0-9]+)\) take_.* \((.*)\)" .*/| \1 | \2 /p' "$script")
+[ "$names" = "$(cut -d '|' -f 1-3 <<<"$table")" ] || fail "the script's names of sub-options" "$table" "$names"
 
 # --- the file, and who runs behind ------------------------------------------------------------------------------------
 
@@ -173,10 +180,12 @@ renews() { # renews ASKED SIGNAL: which one ends a client, USR1 or TERM behind i
   eventually /dev/null grep -qzx 600 /proc/$client/cmdline
   echo $client >"$dir/pid"
   echo "$1" >"$dir/pid.asked"
-  "$source/dhcp/udhcpc/lumenharbour-renew" || fail lumenharbour-renew 'exit 0' "$?"
-  kill $client 2>/dev/null
-  wait $client 2>/dev/null
-  status=$?
+  {
+    "$source/dhcp/udhcpc/lumenharbour-renew" || fail lumenharbour-renew 'exit 0' "$?"
+    kill $client
+    wait $client
+    status=$?
+  } 2>/dev/null # where the shell tells the signal
   [ $status = "$((128 + $(kill -l "$2")))" ] || fail "renewal after $1, now $(date +%s)" "$2" "$(kill -l $status)"
 }
 now=$(date +%s)
