@@ -31,6 +31,7 @@ void DaemonTest::SetUp() {
 void DaemonTest::TearDown() {
   lumenharbour_disable();
   lumenharbour_shutdown();
+  EXPECT_EQ(fake.semaphores, 0);
   if (HasFailure()) printf("daemon output:\n%s\n", fake.output.c_str());
 }
 
@@ -56,12 +57,22 @@ uint64 zorClockTicks() {
   return fake.clock;
 }
 uint32 zorClockSpeed() {
-  return 1;
+  return fake.clock_speed;
 }
+
+namespace {
+constexpr tOsixSemId SEMAPHORE = 7;
+}
+
 tOsixSemId OsixCreateMSem(uint32) {
-  return fake.no_semaphore ? 0 : 1;
+  if (fake.no_semaphore) return 0;
+  fake.semaphores++;
+  return SEMAPHORE;
 }
-void OsixDeleteSem(tOsixSemId) {}
+
+void OsixDeleteSem(tOsixSemId sem) {
+  if (sem == SEMAPHORE && fake.semaphores > 0) fake.semaphores--;
+}
 
 void NM_DEBUG_OUTPUT(const char* format, ...) {
   char text[4096];
@@ -72,7 +83,8 @@ void NM_DEBUG_OUTPUT(const char* format, ...) {
   fake.output += text;
 }
 
-int zorScalarGetApi(uint32, uint32 attr, octetstring* value) {
+int zorScalarGetApi(uint32 unit, uint32 attr, octetstring* value) {
+  if (unit != 0) return -1;
   if (attr == SYS_MAC_ADDRESS && value->len == LUMENHARBOUR_MAC_SIZE) {
     memcpy(value->pBuf, "\x00\x11\x22\x33\x44\x55", LUMENHARBOUR_MAC_SIZE);
     return 0;
@@ -84,8 +96,8 @@ int zorScalarGetApi(uint32, uint32 attr, octetstring* value) {
   return 0;
 }
 
-int zorScalarSetApi(uint32, uint32 attr, const octetstring* value) {
-  if (attr != SYS_CLEAR_BIOS || value->len != 6 || memcmp(value->pBuf, "reboot", 6) != 0) return -1;
+int zorScalarSetApi(uint32 unit, uint32 attr, const octetstring* value) {
+  if (unit != 0 || attr != SYS_CLEAR_BIOS || value->len != 6 || memcmp(value->pBuf, "reboot", 6) != 0) return -1;
   fake.reboots++;
   return 0;
 }
@@ -99,31 +111,47 @@ int zorIfGetApi(uint32 ifindex, uint32 attr, void* value) {
   return -1;
 }
 
-int zorIndexTrans(const void* key, uint32 kind, uint32* unit) {
-  if (kind == SYS_PHY2LOGICAL_NUM) {
-    *unit = 1;
-    return 0;
-  }
-  const bool vlan = kind == SYS_VLAN2LOGICAL;
-  const std::map<uint32, uint32>& units = vlan ? fake.vlan_units : fake.own_addresses;
-  const uint32 wanted = vlan ? static_cast<const tPhyIfInfo*>(key)->virtualnum
-                             : lumenharbour_ip_read(static_cast<const octetstring*>(key)->pBuf + IP2LOGICAL_KEY_ADDR);
-  const auto found = units.find(wanted);
-  if (found == units.end()) return -1;
-  *unit = found->second;
+namespace {
+
+int number_get(const std::map<uint32, uint32>& numbers, uint32 key, uint32* value) {
+  const auto found = numbers.find(key);
+  if (found == numbers.end()) return -1;
+  *value = found->second;
   return 0;
 }
 
-int dhcpcIfGetApi(uint32, uint32 attr, void* result) {
+int address_unit_get(const octetstring* key, uint32* unit) {
+  if (key->len != IP2LOGICAL_KEY_LEN || memcmp(key->pBuf, "\0\0\1", IP2LOGICAL_KEY_ADDR) != 0) return -1;
+  return number_get(fake.own_addresses, lumenharbour_ip_read(key->pBuf + IP2LOGICAL_KEY_ADDR), unit);
+}
+
+}  // namespace
+
+int zorIndexTrans(const void* key, uint32 kind, uint32* unit) {
+  constexpr tPhyIfInfo first_port = {1, 1, 1, 1, 1, 3, 0};
+  switch (kind) {
+    case SYS_PHY2LOGICAL_NUM:
+      if (memcmp(key, &first_port, sizeof(first_port)) != 0) return -1;
+      *unit = fake.dhcp_unit;
+      return 0;
+    case SYS_VLAN2LOGICAL:
+      return number_get(fake.vlan_units, static_cast<const tPhyIfInfo*>(key)->virtualnum, unit);
+    case SYS_IP2LOGICAL:
+      return address_unit_get(static_cast<const octetstring*>(key), unit);
+    default:
+      return -1;
+  }
+}
+
+int dhcpcIfGetApi(uint32 ifindex, uint32 attr, void* result) {
+  if (ifindex != fake.dhcp_unit) return -1;
   if (attr == DHCPC_IF_LUMENHARBOUR) {
     fake.notifications++;
     return 0;
   }
   fake.dhcp_reads.push_back(attr);
-  if (const auto number = fake.dhcp_number.find(attr); number != fake.dhcp_number.end()) {
-    *static_cast<uint32*>(result) = number->second;
-    return 0;
-  }
+  if (attr == DHCPC_IF_TFTPSERVERIP || attr == DHCPC_IF_FTPSERVERIP || attr == DHCPC_IF_REBOOTTIME)
+    return number_get(fake.dhcp_number, attr, static_cast<uint32*>(result));
   const auto text = fake.dhcp_text.find(attr);
   auto* octet = static_cast<octetstring*>(result);
   if (text == fake.dhcp_text.end() || text->second.size() > octet->len) return -1;

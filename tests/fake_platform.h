@@ -2,7 +2,7 @@
 
 /// @file
 /// A platform that the test owns: its clock moves when the test says so, its attributes are plain fields, and shell
-/// commands are recorded instead of run.
+/// commands are recorded instead of run. It refuses what the headers of platform/h call an error.
 
 #include <gtest/gtest.h>
 
@@ -17,15 +17,18 @@
 
 struct FakePlatform {
   uint64 clock = 0;                                   ///< ticks, moved by `advance`
+  uint32 clock_speed = 1;                             ///< ticks in 1/100 s of real time
   std::map<uint32, uint32> own_addresses;             ///< IPv4 address (first byte most significant) to interface unit
   std::map<uint32, uint32> vlan_units;                ///< VLAN id to interface unit
   std::string saved_config;                           ///< what `SYS_READ_CONFIG` dumps; empty: nothing saved
+  uint32 dhcp_unit = 1;                               ///< unit of the first port, where alone the DHCP client runs
   std::map<uint32, std::string> dhcp_text;            ///< DHCP attributes that are octet strings
   std::map<uint32, uint32> dhcp_number;               ///< DHCP attributes that are integers
   std::vector<uint32> dhcp_reads;                     ///< every attribute asked for, in order
   int notifications = 0;                              ///< reads of `DHCPC_IF_LUMENHARBOUR`
   int reboots = 0;                                    ///< requests to restart the switch
   bool no_semaphore = false;                          ///< `OsixCreateMSem` fails
+  int semaphores = 0;                                 ///< created and not deleted
   std::vector<std::string> commands;                  ///< shell commands, in order
   std::function<int(const std::string&)> on_command;  ///< result of a shell command; unset: 0
   uint64 free_memory = 1 << 20;                       ///< what the kernel reports; 0: the call fails
@@ -37,7 +40,7 @@ struct FakePlatform {
 
 extern FakePlatform fake;
 
-/// Fixture: a fresh fake platform and a daemon just started, no role running, downloads in a directory of its own.
+/// Fixture: a fresh fake platform and a daemon just started, no role running. In the end no semaphore may be left.
 class DaemonTest : public testing::Test {
  protected:
   void SetUp() override;
