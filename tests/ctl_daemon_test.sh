@@ -3,6 +3,8 @@
 #
 # The daemon's fixed paths and an interface 'uplink' have to be its own; scripts/test sees to that.
 set -u
+# shellcheck source=scripts/await.sh
+. "$(dirname "$0")/../scripts/await.sh"
 exec </dev/null
 daemon=$1
 ctl=$2
@@ -50,27 +52,26 @@ expect_json() { # expect_json EXIT EXPRESSION WORD...: the expression, in Python
 }
 
 eventually() { # eventually COMMAND...: tries it until it succeeds
-  local end=$((SECONDS + 10))
-  until "$@"; do
-    [ "$SECONDS" -lt $end ] || { fail "$*" 'success within 10 s' none; return 1; }
-    sleep 0.02
-  done
+  await -l "$dir/daemon" "$@" || failed=$((failed + 1))
 }
 
 succeeds() { # succeeds WHAT PROCESS
   wait "$2" || fail "$1" 'exit 0' "exit $?"
 }
 
-answers() { "$ctl" get state >"$dir/state" 2>&1; }
+finish() { # finish PROCESS: ends a child; the number of one that has ended may be a stranger's
+  ! jobs -rp | grep -qx "$1" || { kill "$1"; kill -CONT "$1"; }
+  wait "$1" 2>/dev/null
+}
 
 start_daemon() {
   "$daemon" 20 20 20 >>"$dir/daemon" 2>&1 &
   pid=$!
-  eventually answers
+  eventually "$ctl" get state
 }
 
 stop_daemon() {
-  [ -z "$pid" ] || { kill "$pid"; kill -CONT "$pid"; wait "$pid"; } 2>/dev/null
+  [ -z "$pid" ] || finish "$pid"
   pid=''
 }
 
@@ -81,7 +82,7 @@ clean_up() {
   [ -z "$address" ] || ip address del "$address" dev uplink
   rm -rf "$socket" "$dir"
 }
-trap clean_up EXIT
+trap '[ $BASHPID != $$ ] || clean_up' EXIT # not in a child that is ended before it runs its program
 
 # ---- Cases ----
 
@@ -182,7 +183,7 @@ clients() {
   waiting=$!
   expect 0 'imagelist: *' announce --mac 02:00:00:00:00:0b --pid 7 --ip 192.0.2.78
   succeeds 'wait for a client' $waiting
-  expect 5 '! gave up after 0.1 s: client-count is 1, expected client-count=2' wait --for client-count=2 -t 0.1
+  expect 5 '! gave up after 1 s: client-count is 1, expected client-count=2' wait --for client-count=2 -t 1
   expect 2 "! 'rule=director' is no condition; expected role, *" wait --for rule=director
   expect 0 '! there are no clients' -c 'client flush' -c 'show client'
   expect 0 '' -c 'vlan del 0-4095' -c 'vlan add 5,10-13,100' -c 'vlan del 11'
@@ -237,16 +238,15 @@ elsewhere() { # a daemon that has another /tmp
   cp "$daemon" /run/other # the daemon may itself be below /tmp
   unshare -m sh -c 'mount -t tmpfs tmpfs /tmp && exec /run/other 5 5 5' >"$dir/other" 2>&1 &
   other=$!
-  eventually "$ctl" -s /proc/$other/root$socket wait --for group-max=5 -t 0.1 2>"$dir/err"
+  eventually "$ctl" -s /proc/$other/root$socket wait --for group-max=5 -t 0.1
   expect 0 20 get group-max
-  kill $other
-  wait $other 2>/dev/null
+  finish $other
   rm /run/other
 }
 
-watched() { # watched COUNT: makes changes until so many lines are watched
-  "$ctl" default config "v$((++changes)).cfg" >>"$dir/out" 2>&1
-  [ "$(wc -l <"$dir/watched")" -ge "$1" ]
+watched() { # watched FILE: makes a change; true when two are watched
+  "$ctl" default config "v$((++changes)).cfg"
+  [ "$(wc -l <"$1")" -ge 2 ]
 }
 
 watching() {
@@ -254,24 +254,23 @@ watching() {
   local line='^20[-0-9]{8}T[:0-9]{8}[-+][0-9]{4} global default-config changed: .+ -> v[0-9]+\.cfg$'
   "$ctl" watch --interval 0.02 >"$dir/watched" 2>&1 &
   watch=$!
-  eventually watched 2
-  kill -0 $watch || fail watch 'still there' gone
+  eventually watched "$dir/watched"
+  jobs -rp | grep -qx $watch || fail watch 'still there' gone
   grep -qE "$line" "$dir/watched" || fail watch 'a change of default-config' "$(cat "$dir/watched")"
   stop_daemon
   eventually grep -q ' daemon lost' "$dir/watched"
   start_daemon
   eventually grep -q ' daemon back$' "$dir/watched"
-  kill $watch
-  wait $watch 2>/dev/null
+  finish $watch
 
   expect 0 '' -c 'service start' -c 'director address 192.0.2.1'
-  "$ctl" -f json watch --limit 2 --interval 0.02 >"$dir/watched" 2>&1 &
+  timeout 60 "$ctl" -f json watch --limit 2 --interval 0.02 >"$dir/limited" 2>&1 &
   watch=$!
-  eventually watched 2 || kill $watch
+  eventually watched "$dir/limited"
   wait $watch || status=$?
   python3 -c "$JSON_CHECK" 0 "$status" \
-    'len(d) == 2 and d[0]["attribute"] == "default-config" and d[0]["new"] == d[1]["old"]' "$dir/watched" /dev/null ||
-    fail 'watch --limit 2' 'two changes' "[$status] $(cat "$dir/watched")"
+    'len(d) == 2 and d[0]["attribute"] == "default-config" and d[0]["new"] == d[1]["old"]' "$dir/limited" /dev/null ||
+    fail 'watch --limit 2' 'two changes' "[$status] $(cat "$dir/limited")"
   expect 2 "! only what 'show' shows can be watched; *" watch get state
 }
 
