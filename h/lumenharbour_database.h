@@ -24,8 +24,8 @@ struct tLumenHarbourClientEntry {
 /// @return the record, zero but for `index` and `state`, which the caller fills; null when the pool is full or absent.
 tLumenHarbourClientEntry* lumenharbour_client_add();
 
-/// Deletes a client; null does nothing. The record goes on no list, so `client_free_tbl` only ever shrinks: it counts
-/// the records never used, which the memory dump shows.
+/// Deletes a client; null does nothing. The record goes on no list, so `client_free_tbl` only shrinks while the role
+/// runs: it counts the records never used, which the memory dump shows.
 void lumenharbour_client_del(tLumenHarbourClientEntry* p_client);
 
 /// @return the client at `entry_index`, or null when the index is out of range or free.

@@ -304,12 +304,13 @@ struct tLumenHarbourClientInfo {
 };
 
 /// The value of the attribute `LUMENHARBOUR_GLB_CALLBACK`: a client announced to the director, and the names handed
-/// back. A daemon that is not the director leaves lengths and slots as they were asked.
+/// back. A daemon that is not the director leaves lengths and slots as they were asked, and so does a director that is
+/// to add a client with a capacity of 0: it does not take note of the client then.
 struct tLumenHarbourCallback {
-  tLumenHarbourClientInfo client_info;               ///< in: the client
-  uint32 imagefile_len;                              ///< in: capacity of `imagefile_name`, 0: none wanted; out: length
-  uint32 configfile_len;                             ///< in: capacity of `configfile_name`, 0: none wanted; out: length
-  uint8 imagefile_name[LUMENHARBOUR_FILENAME_SIZE];  ///< out: imagelist file to fetch, without terminator
+  tLumenHarbourClientInfo client_info;                ///< in: the client
+  uint32 imagefile_len;                               ///< in: capacity of `imagefile_name`; out: length
+  uint32 configfile_len;                              ///< in: capacity of `configfile_name`; out: length
+  uint8 imagefile_name[LUMENHARBOUR_FILENAME_SIZE];   ///< out: imagelist file to fetch, without terminator
   uint8 configfile_name[LUMENHARBOUR_FILENAME_SIZE];  ///< out: configuration file, without terminator
 };
 
