@@ -1,3 +1,7 @@
+#include <fcntl.h>
+#include <unistd.h>
+
+#include <algorithm>
 #include <cerrno>
 #include <cstring>
 #include <filesystem>
@@ -10,13 +14,6 @@ namespace {
 tLumenHarbourInfo& info = gLumenHarbourInfo;
 using Lines = std::vector<std::string>;
 using Files = std::map<std::string, std::string>;
-
-/// @return what the daemon prints for these debug messages.
-std::string messages(const Lines& lines) {
-  std::string all;
-  for (const std::string& line : lines) all += "[LumenHarbour] " + line + "\r\n";
-  return all;
-}
 
 TEST(ClientText, MacDigitsStandAtFixedPlaces) {
   uint8 mac[LUMENHARBOUR_MAC_SIZE];
@@ -31,11 +28,12 @@ TEST(ClientText, PathsBecomeCleanSlashPaths) {
   const Lines out = {"", "i/sub/a.bin", "/srv/x", "../up", "a/b", "d/hid", "i/x..b", "a/b./c/", longest, ""};
   for (size_t i = 0; i < in.size(); i++) {
     std::string text = in[i];
-    const int rc = lumenharbour_left_to_right_slash(text.data(), static_cast<uint32>(text.size()));
-    EXPECT_EQ(std::pair(rc, std::string(text.c_str())), std::pair(in[i] == longest + "x" ? -1 : 0, out[i])) << in[i];
+    EXPECT_EQ(lumenharbour_left_to_right_slash(text.data(), 254), in[i] == longest + "x" ? -1 : 0) << in[i];
+    EXPECT_STREQ(text.c_str(), out[i].c_str());
   }
   char is_short[] = "short";
-  EXPECT_TRUE(lumenharbour_left_to_right_slash(is_short, 255) == -1 && is_short[0] == '\0');
+  EXPECT_EQ(lumenharbour_left_to_right_slash(is_short, 255), -1);
+  EXPECT_STREQ(is_short, "");
 }
 
 TEST(ClientText, PathsSplitBehindTheLastSlash) {
@@ -55,8 +53,11 @@ class ClientTest : public DaemonTest {
     ASSERT_NE(mkdtemp(dir.data()), nullptr);
     strcpy(info.io_default_path, dir.c_str());
     info.debug = 1;
+    fake.dhcp_unit = 9;
     // What the tools do: a transfer leaves the file that the server has.
     fake.on_command = [this](const std::string& command) {
+      fake.output += "$" + command + "\n";
+      EXPECT_EQ(write(STDOUT_FILENO, "$", 1), 1);
       std::istringstream in(command);
       const Lines words{std::istream_iterator<std::string>(in), {}};
       const bool by_tftp = words[0] == "tftp";
@@ -88,16 +89,28 @@ class ClientTest : public DaemonTest {
     return fake.commands;
   }
 
+  /// @return what the daemon prints for debug messages with "|" between them; "@" stands for `dir`, "$" begins a
+  /// command.
+  std::string transcript(const std::string& text) {
+    std::istringstream in(text);
+    std::string all;
+    for (std::string line; std::getline(in, line, '|');) {
+      for (size_t at; (at = line.find('@')) != line.npos;) line.replace(at, 1, dir);
+      all += line[0] == '$' ? line + "\n" : "[LumenHarbour] " + line + "\r\n";
+    }
+    return all;
+  }
+
   std::string tftp(const std::string& name) { return "tftp -g -r " + name + " -l " + dir + "/" + name + " 192.0.2.9"; }
   std::string flash(const std::string& name) { return "flashcp -v " + dir + "/" + name + " /dev/mtd5"; }
   std::string move(const std::string& name) { return "mv  " + dir + "/" + name + " /mnt/mtd/startcfg"; }
-  bool said(const std::string& line) { return fake.output.find(messages({line})) != std::string::npos; }
+  bool said(const std::string& line) { return fake.output.find(transcript(line)) != std::string::npos; }
   bool idle() { return timerListNextTimeout(&info.timer_list) == TIMER_NONE; }
 
   std::string dir = "/tmp/client_test.XXXXXX";
   Files files;         ///< on the server, by remote name
   std::string broken;  ///< an installing tool that fails
-  std::string echo;    ///< standard output of the last attempt
+  std::string echo;    ///< standard output of the last attempt, with a "$" where a command ran
 };
 
 TEST_F(ClientTest, FreeSpaceSaturates) {
@@ -141,43 +154,116 @@ TEST_F(ClientTest, ImagelistLines) {
     EXPECT_EQ(result, expected) << list;
   }
   EXPECT_EQ(fake.output,
-            messages({"Parse the imagelsit file " + dir + "/list.", "Imagelist file information is imagever=1;mac=1;\n",
-                      "Parse information: len 17, string is imagever=1;mac=1;\n", "String is: imagever=1",
-                      "String length is 10, key length is 8.", "Image file version is 1.", "String is: mac=1",
-                      "String length is 5, key length is 3.", "Mac address is 10:00:00:00:00:00.",
-                      "Mac address mismatch!", "Get file information ERROR!"}));
+            transcript("Parse the imagelsit file @/list.|Imagelist file information is imagever=1;mac=1;\n|"
+                       "Parse information: len 17, string is imagever=1;mac=1;\n|String is: imagever=1|"
+                       "String length is 10, key length is 8.|Image file version is 1.|String is: mac=1|"
+                       "String length is 5, key length is 3.|Mac address is 10:00:00:00:00:00.|"
+                       "Mac address mismatch!|Get file information ERROR!"));
 }
 
-TEST_F(ClientTest, TftpServerWins) {
-  start({{DHCPC_IF_IMAGELIST, "lists\\g.txt"}, {DHCPC_IF_CONFIGFILE, "cfg/c.cfg"}, {DHCPC_IF_IMAGEFILE, "dhcp"}},
-        {{"g.txt", "imagefile=rel/fw.bin;\n"}, {"fw.bin", "12345"}, {"c.cfg", ""}});
+TEST_F(ClientTest, ImagelistStaysOpenForReadingAndAwayFromTheTools) {
+  write_file(dir + "/list", ";\n");
+  const int next = dup(STDIN_FILENO);
+  close(next);
+  EXPECT_EQ(lumenharbour_parse_imagelist_file((dir + "/list").c_str(), 0), 0);
+  EXPECT_EQ(fcntl(next, F_GETFD), FD_CLOEXEC);
+  EXPECT_EQ(fcntl(next, F_GETFL) & O_ACCMODE, O_RDONLY);
+  fake.output.clear();
+  EXPECT_EQ(lumenharbour_parse_imagelist_file("/none", 0), -1);
+  EXPECT_EQ(fake.output, transcript("Parse the imagelsit file /none.|Open the imagelsit file ERROR!"));
+}
+
+TEST_F(ClientTest, TftpProvisionsAndReboots) {
+  start({{DHCPC_IF_CONFIGFILE, "cfg\\c.cfg"},
+         {DHCPC_IF_IMAGEFILE, "dhcp"},
+         {DHCPC_IF_IMAGELIST, "lists\\g.txt"},
+         {DHCPC_IF_AUTHMSG, "quaylanterns"}},
+        {{"g.txt", "mac=00:11:22:33:44:55;imagefile=rel/fw.bin;\n"}, {"fw.bin", "12345"}, {"c.cfg", "123"}});
   fake.dhcp_number[DHCPC_IF_FTPSERVERIP] = ip4(192, 0, 2, 1);
+  fake.dhcp_number[DHCPC_IF_REBOOTTIME] = 7;
   EXPECT_EQ(info.notify_timer.expiry, 6000U);
-  EXPECT_EQ(attempt(), (Lines{tftp("g.txt"), tftp("fw.bin"), flash("fw.bin"), tftp("c.cfg"), move("c.cfg")}));
-  EXPECT_EQ(echo, "cmd: " + tftp("g.txt") + "\ncmd: " + tftp("fw.bin") + "\ncmd: " + flash("fw.bin") +
-                      "\ncmd: " + tftp("c.cfg") + "\ncmd:" + move("c.cfg") + "\n");
+  attempt();
+  EXPECT_EQ(fake.output,
+            transcript("Client timeout.|Reboot time is 7.|Get imagelist file.|Get the file: lists/g.txt.|"
+                       "Split the file: lists/g.txt to path and name.|File path is: lists/, name is: g.txt.|"
+                       "Local imagelist file name: @/g.txt.|$tftp -g -r g.txt -l @/g.txt 192.0.2.9|"
+                       "Parse the imagelsit file @/g.txt.|"
+                       "Imagelist file information is mac=00:11:22:33:44:55;imagefile=rel/fw.bin;\n|"
+                       "Parse information: len 43, string is mac=00:11:22:33:44:55;imagefile=rel/fw.bin;\n|"
+                       "String is: mac=00:11:22:33:44:55|String length is 21, key length is 3.|"
+                       "Mac address is 00:11:22:33:44:55.|String is: imagefile=rel/fw.bin|"
+                       "String length is 20, key length is 9.|Image file name is rel/fw.bin.|String is: \n|"
+                       "Authentication message is quaylanterns|Get image file.|Get the file: rel/fw.bin.|"
+                       "Split the file: rel/fw.bin to path and name.|File path is: rel/, name is: fw.bin.|"
+                       "Local image file name: @/fw.bin.|$tftp -g -r fw.bin -l @/fw.bin 192.0.2.9|"
+                       "Update system image file.|$flashcp -v @/fw.bin /dev/mtd5|Get config file.|"
+                       "Get the file: cfg/c.cfg.|Split the file: cfg/c.cfg to path and name.|"
+                       "File path is: cfg/, name is: c.cfg.|Local config file name: @/c.cfg.|"
+                       "$tftp -g -r c.cfg -l @/c.cfg 192.0.2.9|Update system config file.|"
+                       "$mv  @/c.cfg /mnt/mtd/startcfg|System will reboot in 7(s)."));
+  EXPECT_EQ(echo, "cmd: " + tftp("g.txt") + "\n$cmd: " + tftp("fw.bin") + "\n$cmd: " + flash("fw.bin") +
+                      "\n$cmd: " + tftp("c.cfg") + "\n$cmd:" + move("c.cfg") + "\n$");
   EXPECT_EQ(fake.dhcp_reads, (std::vector<uint32>{DHCPC_IF_TFTPSERVERIP, DHCPC_IF_CONFIGFILE, DHCPC_IF_IMAGEFILE,
                                                   DHCPC_IF_IMAGELIST, DHCPC_IF_REBOOTTIME, DHCPC_IF_AUTHMSG}));
-  EXPECT_TRUE(info.image_file_rcv == 5 && fake.reboots == 1) << "no delay was asked for";
+  EXPECT_EQ(std::vector({info.imagelist_file_rcv, info.image_file_rcv, info.config_file_rcv}),
+            (std::vector<uint32>{44, 5, 3}));
+  fake.output.clear();
+  info.role = LUMENHARBOUR_ROLE_DIRECTOR;
+  lumenharbour_timeout();
+  EXPECT_EQ(fake.output, "") << "only a client takes steps";
+  info.role = LUMENHARBOUR_ROLE_CLIENT;
+  fake.advance(699);
+  EXPECT_EQ(fake.reboots, 0);
+  fake.advance(1);
+  EXPECT_EQ(fake.output, transcript("Client timeout.|Reboot system now."));
+  EXPECT_EQ(fake.reboots, 1);
+  EXPECT_TRUE(idle());
 }
 
 TEST_F(ClientTest, FtpIsTriedUntilItIsComplete) {
-  start({{DHCPC_IF_IMAGEFILE, "a/b/f"}, {DHCPC_IF_FTPPASSWORD, ""}}, {{"a/b/f", "image"}});
+  start({{DHCPC_IF_IMAGEFILE, "a/b/f"}}, {});
+  fake.dhcp_number.clear();
+  // What is offered after the other, and what is still missing.
+  const std::pair<const char*, std::function<void()>> offers[] = {
+      {"server ip address", [] {}},
+      {"server ip address",
+       [] {
+         fake.dhcp_number = {{DHCPC_IF_TFTPSERVERIP, 0}, {DHCPC_IF_FTPSERVERIP, 0}};
+       }},
+      {"username", [] { fake.dhcp_number[DHCPC_IF_FTPSERVERIP] = ip4(192, 0, 2, 1); }},
+      {"username", [] { fake.dhcp_text[DHCPC_IF_FTPUSERNAME] = ""; }},
+      {"password", [] { fake.dhcp_text[DHCPC_IF_FTPUSERNAME] = std::string(64, 'u'); }},
+  };
+  for (const auto& [missing, offer] : offers) {
+    offer();
+    attempt();
+    EXPECT_EQ(fake.output, transcript("Client timeout.|Get TFTP server ip address failed!|Get FTP " +
+                                      std::string(missing) + " failed!"));
+  }
+  fake.dhcp_text[DHCPC_IF_FTPPASSWORD] = std::string(64, 'p');
+  fake.dhcp_reads.clear();
   attempt();
-  fake.dhcp_number = {{DHCPC_IF_TFTPSERVERIP, 0}, {DHCPC_IF_FTPSERVERIP, 0}};
-  attempt();
-  EXPECT_TRUE(said("Get TFTP server ip address failed!") && said("Get FTP server ip address failed!"));
-  fake.dhcp_number[DHCPC_IF_FTPSERVERIP] = ip4(192, 0, 2, 1);
-  attempt();
-  EXPECT_TRUE(said("Get FTP username failed!"));
-  fake.dhcp_text[DHCPC_IF_FTPUSERNAME] = std::string(70, 'u');
-  attempt();
-  EXPECT_TRUE(said("Get FTP password failed!"));
-  fake.dhcp_text[DHCPC_IF_FTPPASSWORD] = "pw";
-  const std::string ftp = "ftpget -u " + std::string(63, 'u') + " -p pw 192.0.2.1 " + dir + "/";
-  EXPECT_EQ(attempt(), (Lines{ftp + "imagelist.txt imagelist.txt", ftp + "f a/b/f", flash("f")}));
-  EXPECT_EQ(echo, "cmd: " + fake.commands[0] + "\r\ncmd: " + fake.commands[1] + "\r\ncmd: " + flash("f") + "\n");
-  EXPECT_TRUE(fake.notifications == 4 && fake.reboots == 1);
+  const std::string ftp = "ftpget -u " + std::string(63, 'u') + " -p " + std::string(63, 'p') + " 192.0.2.1 @/";
+  EXPECT_EQ(fake.output,
+            transcript("Client timeout.|Get TFTP server ip address failed!|"
+                       "Failed to get imagelist file name, get the defalut imagelist file!|"
+                       "Failed to get reboot time!|Reboot time is 0.|Get imagelist file.|Get the file: imagelist.txt.|"
+                       "Split the file: imagelist.txt to path and name.|File path is: , name is: imagelist.txt.|"
+                       "Local imagelist file name: @/imagelist.txt.|$" +
+                       ftp + "imagelist.txt imagelist.txt|Failed to get imagelist file!|Get image file.|" +
+                       "Get the file: a/b/f.|Split the file: a/b/f to path and name.|" +
+                       "File path is: a/b/, name is: f.|Local image file name: @/f.|$" + ftp + "f a/b/f|" +
+                       "Failed to get image file!"));
+  EXPECT_EQ(echo, "cmd: " + fake.commands[0] + "\r\n$cmd: " + fake.commands[1] + "\r\n$");
+  EXPECT_EQ(fake.dhcp_reads, (std::vector<uint32>{DHCPC_IF_TFTPSERVERIP, DHCPC_IF_FTPSERVERIP, DHCPC_IF_FTPUSERNAME,
+                                                  DHCPC_IF_FTPPASSWORD, DHCPC_IF_CONFIGFILE, DHCPC_IF_IMAGEFILE,
+                                                  DHCPC_IF_IMAGELIST, DHCPC_IF_REBOOTTIME, DHCPC_IF_AUTHMSG}));
+  EXPECT_EQ(fake.notifications, 6);
+  files["a/b/f"] = "image";
+  EXPECT_EQ(attempt().back(), flash("f"));
+  EXPECT_TRUE(said("System will reboot in 0(s).|Reboot time is zero, reboot system now."));
+  EXPECT_EQ(fake.reboots, 1);
+  EXPECT_TRUE(idle());
 }
 
 TEST_F(ClientTest, StopsTryingWhenNobodyIsToldOrAsked) {
@@ -187,12 +273,14 @@ TEST_F(ClientTest, StopsTryingWhenNobodyIsToldOrAsked) {
   EXPECT_FALSE(idle()) << "the retry needs no callback";
   info.dhcp_client_notify = 0;
   attempt();
-  EXPECT_TRUE(said("Don't send notify message to dhcp client.") && idle());
+  EXPECT_TRUE(said("Failed to get image and config file name!|Don't send notify message to dhcp client."));
+  EXPECT_TRUE(idle());
   lumenharbour_notify_timer_start(60);
   info.api_func = nullptr;
   attempt();
-  EXPECT_EQ(fake.output, messages({"Client timeout.", "Information get api is NULL!"}));
-  EXPECT_TRUE(idle() && fake.notifications == 0);
+  EXPECT_EQ(fake.output, transcript("Client timeout.|Information get api is NULL!"));
+  EXPECT_TRUE(idle());
+  EXPECT_EQ(fake.notifications, 0);
 }
 
 TEST_F(ClientTest, AuthenticationMessageMustBeEqual) {
@@ -214,7 +302,7 @@ TEST_F(ClientTest, RetryFlashesAgainButConfiguresOnce) {
   Lines expected = {tftp("imagelist.txt"), tftp("fw"), flash("fw")};
   broken = "flashcp";
   EXPECT_EQ(attempt(), expected);
-  EXPECT_TRUE(said("Failed to get imagelist file!") && said("Update system image file ERROR errno 28!"));
+  EXPECT_TRUE(said("Update system image file ERROR errno 28!"));
   broken = "mv";
   expected.push_back(tftp("c"));
   EXPECT_EQ(attempt(), expected);
@@ -225,7 +313,8 @@ TEST_F(ClientTest, RetryFlashesAgainButConfiguresOnce) {
   EXPECT_TRUE(said("Write startcfg file ERROR errno 28!"));
   broken = "";
   EXPECT_EQ(attempt(), expected);
-  EXPECT_TRUE(fake.reboots == 1 && fake.notifications == 3);
+  EXPECT_EQ(fake.reboots, 1);
+  EXPECT_EQ(fake.notifications, 3);
   lumenharbour_notify_timer_start(60);
   EXPECT_EQ(attempt().back(), flash("fw")) << "the configuration is in place";
 }
@@ -237,19 +326,47 @@ TEST_F(ClientTest, LongestRebootDelayCounts) {
     fake.dhcp_number[DHCPC_IF_REBOOTTIME] = dhcp;
     info.image_reload_time = image;
     info.config_reload_time = config;
-    lumenharbour_info_clear();
+    info.reboot_flag = 0;
     lumenharbour_client_switch_timeout();
     EXPECT_EQ(info.notify_timer.expiry, fake.clock + uint64{delay} * 100);
   }
-  attempt();
-  EXPECT_TRUE(said("Reboot system now.") && fake.commands.empty() && fake.reboots == 1);
+}
+
+TEST_F(ClientTest, ForgetsWhatAnAttemptLearntAndNothingElse) {
+  const tLumenHarbourInfo saved = info;
+  tLumenHarbourInfo want;
+  memset(static_cast<void*>(&info), 0xFF, sizeof(info));
+  memset(static_cast<void*>(&want), 0xFF, sizeof(want));
+  want.image_file_rcv = want.config_file_rcv = want.imagelist_file_rcv = want.ftp_server = want.reboot_time = 0;
+  want.tftp_support = want.reboot_flag = 0;
+  for (char(*text)[LUMENHARBOUR_TEXT_SIZE] : {&want.ftp_username, &want.ftp_password}) memset(text, 0, sizeof(*text));
+  for (char(*name)[LUMENHARBOUR_FILENAME_SIZE] :
+       {&want.rcv_imagelist_name, &want.local_imagelist_name, &want.rcv_image_name, &want.local_image_name,
+        &want.image_version, &want.rcv_config_name, &want.local_config_name})
+    memset(name, 0, sizeof(*name));
+  lumenharbour_info_clear();
+  const auto* bytes = reinterpret_cast<const uint8*>(&info);
+  EXPECT_EQ(std::mismatch(bytes, bytes + sizeof(info), reinterpret_cast<const uint8*>(&want)).first - bytes,
+            sizeof(info));
+  info = saved;
 }
 
 TEST_F(ClientTest, SavedConfigurationKeepsTheSwitchOut) {
+  memset(info.auth_msg, 'x', sizeof(info.auth_msg));
   fake.saved_config = "hostname access-1\n";
-  EXPECT_TRUE(lumenharbour_client_enable(1) == 0 && info.role == LUMENHARBOUR_ROLE_NONE && idle());
+  EXPECT_EQ(lumenharbour_client_enable(1), 0);
+  EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_NONE);
+  EXPECT_EQ(info.dhcp_client_vlan, 9U);
+  EXPECT_EQ(info.auth_msg[0], 'x');
+  EXPECT_TRUE(idle());
   fake.saved_config = "";
-  EXPECT_TRUE(lumenharbour_client_enable(0) == 0 && info.role == LUMENHARBOUR_ROLE_CLIENT && idle());
+  info.reboot_time = 5;
+  EXPECT_EQ(lumenharbour_client_enable(0), 0);
+  EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_CLIENT);
+  EXPECT_EQ(std::string(info.auth_msg, sizeof(info.auth_msg)), "quaylanterns" + std::string(52, '\0'));
+  EXPECT_EQ(info.reboot_time, 0U);
+  EXPECT_EQ(info.upgrade_mode, 0U) << "waits for management to say what it wants";
+  EXPECT_TRUE(idle());
 }
 
 TEST_F(ClientTest, ManualUpgradeFetchesWhatWasAskedFor) {
@@ -264,26 +381,41 @@ TEST_F(ClientTest, ManualUpgradeFetchesWhatWasAskedFor) {
 }
 
 TEST_F(ClientTest, LongNamesAreRefusedOrUsedWhole) {
-  start({{DHCPC_IF_IMAGEFILE, std::string(256, 'i')}, {DHCPC_IF_CONFIGFILE, std::string(255, 'c')}}, {});
-  EXPECT_EQ(attempt(), Lines{tftp("imagelist.txt")});
+  const std::string too_long(256, 'i');
+  start({{DHCPC_IF_IMAGEFILE, too_long}, {DHCPC_IF_CONFIGFILE, too_long}, {DHCPC_IF_IMAGELIST, too_long}}, {});
+  EXPECT_EQ(attempt(), Lines{tftp("")});
   EXPECT_TRUE(said("Failed to get image and config file name!"));
-  EXPECT_EQ(info.rcv_image_name[0] + info.local_image_name[0], 0) << "the field and the one behind it";
+  EXPECT_EQ(info.rcv_config_name[255], '\0');
+  EXPECT_EQ(info.rcv_imagelist_name[255], '\0');
+  EXPECT_EQ(info.local_image_name[0], '\0') << "behind the image name, which alone is taken whole";
   strcpy(info.io_default_path, "/tmp");
   fake.on_command = nullptr;
-  const std::string refused(251, 'n'), fits(250, 'n');
+  fake.commands.clear();
+  const std::string refused(251, 'n'), fits(250, 'n'), longest(993, 'n');
   int32 status = 0;
+  uint32 bytes = 77;
   EXPECT_EQ(lumenharbour_get_file(refused.c_str(), 251, LUMENHARBOUR_FILE_IMAGE, &status), -1);
   EXPECT_EQ(lumenharbour_get_file(fits.c_str(), 250, LUMENHARBOUR_FILE_IMAGE, &status), -1);
-  EXPECT_EQ(fake.commands, (Lines{tftp("imagelist.txt"), "tftp -g -r " + fits + " -l /tmp/" + fits + " 192.0.2.9"}));
   EXPECT_EQ(status, ENOENT) << "the tool brought no file";
+  EXPECT_EQ(lumenharbour_get_file_by_tftp(longest.c_str(), 0, "/none", &bytes, &status), -1);
+  EXPECT_EQ(lumenharbour_get_file_by_tftp((longest + "n").c_str(), 0, "/none", &bytes, &status), -1);
+  EXPECT_EQ(status, ENAMETOOLONG);
+  EXPECT_EQ(bytes, 77U);
+  EXPECT_EQ(fake.commands, (Lines{"tftp -g -r " + fits + " -l /tmp/" + fits + " 192.0.2.9",
+                                  "tftp -g -r " + longest + " -l /none 192.0.2.9"}));
 }
 
 TEST_F(ClientTest, DisableRemovesWhatWasFetched) {
   start({{DHCPC_IF_IMAGEFILE, "fw"}, {DHCPC_IF_CONFIGFILE, "none"}}, {{"fw", "image"}, {"imagelist.txt", ";"}});
   attempt();
-  ASSERT_TRUE(read_file(dir + "/fw") == "image" && !idle());
+  write_file(info.local_config_name, "");
+  ASSERT_EQ(read_file(dir + "/fw"), "image");
+  ASSERT_FALSE(idle());
   lumenharbour_client_disable();
-  EXPECT_TRUE(std::filesystem::is_empty(dir) && info.role == LUMENHARBOUR_ROLE_NONE && idle());
+  EXPECT_TRUE(std::filesystem::is_empty(dir));
+  EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_NONE);
+  EXPECT_EQ(info.local_image_name[0], '\0');
+  EXPECT_TRUE(idle());
   strcpy(info.local_image_name, (dir + "/").c_str());
   lumenharbour_local_files_remove();
   EXPECT_TRUE(std::filesystem::exists(dir)) << "a path without a name is no file";
