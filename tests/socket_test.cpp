@@ -1,11 +1,15 @@
+#include <fcntl.h>
 #include <sys/socket.h>
 #include <unistd.h>
+
+#include <cstring>
 
 #include "fake_platform.h"
 #include "request.h"
 
 namespace {
 
+tLumenHarbourInfo& info = gLumenHarbourInfo;
 constexpr uint16 NEWLINK = 16;
 constexpr uint16 NEWADDR = 20;
 constexpr uint16 DONE = 3;
@@ -25,9 +29,9 @@ class SocketTest : public DaemonTest {
     lumenharbour_socket_close();
     int pair[2];
     ASSERT_EQ(socketpair(AF_UNIX, SOCK_DGRAM | SOCK_CLOEXEC | SOCK_NONBLOCK, 0, pair), 0);
-    gLumenHarbourInfo.rt_socket = pair[0];
+    info.rt_socket = pair[0];
     kernel = pair[1];
-    gLumenHarbourInfo.debug = 1;
+    info.debug = 1;
   }
   void TearDown() override {
     close(kernel);
@@ -38,6 +42,7 @@ class SocketTest : public DaemonTest {
   std::string receive(const std::string& bytes) {
     EXPECT_EQ(send(kernel, bytes.data(), bytes.size(), 0), static_cast<ssize_t>(bytes.size()));
     fake.output.clear();
+    errno = ENOENT;
     lumenharbour_main_pass();
     return fake.output;
   }
@@ -54,21 +59,25 @@ TEST_F(SocketTest, WalksOneReadToItsEnd) {
   EXPECT_EQ(receive(message(NEWLINK) + message(DONE) + message(NEWLINK)), link);
   EXPECT_EQ(receive(message(NEWLINK, 2) + std::string(2, '\0') + message(NEWLINK)), link + link);
   EXPECT_EQ(receive(message(NEWLINK, 2)), link);  // its padding would end behind the read
-  std::string many;
-  for (int i = 0; i < 100; i++) many += message(NEWLINK);
-  EXPECT_EQ(receive(many).size(), 62 * link.size());  // what 1000 bytes hold whole
-  EXPECT_EQ(receive(message(ERROR) + message(NEWLINK)).find("[LumenHarbour] Route message ERROR: errno "), 0U);
+  EXPECT_EQ(receive(message(NEWLINK, 968) + message(NEWLINK)), link + link);
+  EXPECT_EQ(receive(message(NEWLINK, 968) + message(NEWLINK, 1)), link) << "ends behind the 1000 bytes that are read";
+  EXPECT_EQ(receive(message(ERROR) + message(NEWLINK)),
+            "[LumenHarbour] Route message ERROR: errno 2 No such file or directory\r\n");
 }
 
 TEST_F(SocketTest, NewAddressMakesAClientWithoutDirectorTheDirector) {
-  tLumenHarbourInfo& info = gLumenHarbourInfo;
   const std::string seen = "[LumenHarbour] Receive a route message: type 0x14.\r\n";
   EXPECT_EQ(receive(message(NEWADDR)), seen + "[LumenHarbour] Get ifunit from director ip failed!\r\n");
   fake.own_addresses[0] = 42;
   info.director_ip = ip4(192, 0, 2, 1);
   EXPECT_EQ(receive(message(NEWADDR)), seen);
-  EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_CLIENT);
   info.director_ip = 0;
+  strcpy(info.default_image_name, "image");
+  strcpy(info.io_default_path, "/none");
+  receive(message(NEWADDR));
+  EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_CLIENT);
+  EXPECT_EQ(info.if_unit, 0U) << "the default imagelist could not be written";
+  strcpy(info.io_default_path, "/tmp");
   receive(message(NEWADDR));
   EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_DIRECTOR);
   EXPECT_EQ(info.if_unit, 42U);
@@ -76,11 +85,23 @@ TEST_F(SocketTest, NewAddressMakesAClientWithoutDirectorTheDirector) {
   EXPECT_EQ(receive(message(NEWADDR)), seen);
 }
 
-TEST_F(SocketTest, NeverBlocks) {
+TEST_F(SocketTest, OpensADescriptorThatDoesNotBlockAndClosesIt) {
+  const int before = info.rt_socket;
   lumenharbour_socket_close();
-  gLumenHarbourInfo.rt_socket = lumenharbour_route_socket_open();
+  EXPECT_EQ(fcntl(before, F_GETFD), -1);
+  info.rt_socket = lumenharbour_route_socket_open();
+  EXPECT_EQ(fcntl(info.rt_socket, F_GETFD), FD_CLOEXEC);
   lumenharbour_route_socket_rcv();
   EXPECT_EQ(errno, EAGAIN);
+  // Descriptor 0 means none.
+  for (const int free : {STDIN_FILENO, STDOUT_FILENO}) {
+    const int kept = dup(free);
+    close(free);
+    EXPECT_EQ(lumenharbour_route_socket_open(), free == 0 ? -1 : free);
+    dup2(kept, free);
+    close(kept);
+  }
+  EXPECT_EQ(fake.output, "[LumenHarbour] Failed to create route socket\r\n");
 }
 
 }  // namespace

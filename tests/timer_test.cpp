@@ -30,8 +30,9 @@ struct TimerTest : testing::Test {
 };
 
 TEST_F(TimerTest, FiresInOrderOfExpiryThenOfStart) {
-  const tTimerLst never_made = {};
+  tTimerLst never_made = {};
   EXPECT_EQ(timerListNextTimeout(&never_made), TIMER_NONE);
+  timerListCheck(&never_made);
   const std::pair<char, uint64> started[] = {{'a', 30}, {'b', 10}, {'c', 20}, {'d', 10}, {'c', 25}};
   for (const auto& [letter, ticks] : started) start(letter, ticks);
   EXPECT_EQ(timerListNextTimeout(&list), 10U);
@@ -51,6 +52,14 @@ TEST_F(TimerTest, TimeoutIsClampedAndExpiryDoesNotWrap) {
   }
   start('b', UINT64_MAX - fake.clock - 1);
   EXPECT_EQ(check_after(UINT64_MAX - fake.clock), "ba");
+}
+
+TEST_F(TimerTest, FastClockKeepsTimeoutsInRealTimeRoundedUp) {
+  fake.clock_speed = 4;
+  for (const auto& [ticks, wait] : {std::pair<uint64, uint32>{1, 1}, {4, 1}, {5, 2}, {400, 100}}) {
+    start('a', ticks);
+    EXPECT_EQ(timerListNextTimeout(&list), wait);
+  }
 }
 
 TEST_F(TimerTest, CallbackStopsMovesAndStartsNodesAndTheCheckEnds) {
