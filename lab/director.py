@@ -63,6 +63,9 @@ class Director:
         self.switch = rack.boot("director", self.directory, {}, "sh", "-c", "echo up; exec sleep infinity")
         await self._is_there(self.switch, lambda: self.switch.lines)
         rack.quietly("nsenter", "--net=/run/netns/director", "ip", "address", "add", plan.PREFIX, "dev", "uplink")
+        # Without a saved configuration it would begin as a client like every other switch.
+        with open(f"{self.directory}/mtd/startcfg", "w") as file:
+            file.write("hostname director\n")
         for group in plan.GROUPS.values():
             self.offer(group.image, os.urandom(self.image_size))
             self.offer(group.config, f"hostname {group.name}\n".encode())
@@ -103,6 +106,8 @@ class Director:
             },
         )
         await self._is_there(self.daemon, lambda: all(map(os.path.exists, lists)))
+        # The last of what it is given.
+        await self.ctl("wait", "--for", f"default-config={plan.GROUPS['default'].config}", "--timeout", "30")
 
     async def start_dhcp(self):
         """Starts Kea with the hook, on the configuration that is shipped, fitted to this network."""
