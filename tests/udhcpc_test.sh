@@ -173,7 +173,7 @@ eventually "$dir/client" says 'imagelist=b image-file=b.bin tftp-server=192.0.2.
 kill -USR2 "$(cat "$dir/pid")"
 eventually "$dir/client" test ! -e "$state"
 
-renews() { # renews ASKED SIGNAL: which one ends a client, USR1 or TERM behind it, when the last renewal was at that time
+renews() { # renews ASKED SIGNAL: which one ends a client, USR1 or TERM behind it, when the last renewal was then
   local client status
   (exec -a udhcpc sleep 600) &
   client=$!
@@ -199,15 +199,19 @@ kill -0 "$switch" || fail 'a stale pid file' 'its process left alone' 'no proces
 
 # --- the start script -------------------------------------------------------------------------------------------------
 
-start() { # start DIRECTOR-FILE: until the daemon is a client
-  LUMENHARBOUR_DIRECTOR_FILE=$1 "$source/packaging/lumenharbour-start" >"$dir/start" 2>&1 &
+start() { # start DIRECTOR-FILE [SHELL]: each of its processes holds a lock
+  export LUMENHARBOUR_DIRECTOR_FILE=$1
+  : >"$dir/start"
+  # shellcheck disable=SC2086 # two words for BusyBox
+  flock -F "$dir/lock" ${2:-sh} "$source/packaging/lumenharbour-start" >>"$dir/start" 2>&1 &
   started=$!
 }
-ends() { # ends STATUS: on SIGTERM, without a socket left behind
-  kill $started
-  wait $started
-  found="exit $?, $(ls /tmp/*.socket 2>&1)"
-  [[ $found = "exit $1, ls: cannot access"* ]] || fail 'lumenharbour-start on SIGTERM' "exit $1 and no socket" "$found"
+ends() { # ends STATUS [PROCESS]: by SIGTERM, or by SIGKILL of its daemon, with nothing left behind
+  if [ $# = 1 ]; then kill $started; else kill -KILL "$2"; fi
+  wait $started 2>/dev/null
+  found="exit $?, $(ls /tmp/lumenHarbour.* 2>&1)"
+  [[ $found = "exit $1, ls: cannot access"* ]] || fail 'end of lumenharbour-start' "exit $1 and no file" "$found"
+  flock -n "$dir/lock" true || fail 'end of lumenharbour-start' 'no process' 'some'
 }
 
 wait $mute
@@ -233,6 +237,42 @@ start "$dir/director.yaml"
 eventually "$dir/start" grep -q "GOES ON WITHOUT $dir/director.yaml: .*'grops'" "$dir/start"
 lumenharbourctl --timeout 30 wait --for role=client || fail lumenharbour-start 'a client' "$(cat "$dir/start")"
 ends 143
+
+# An address that comes up late, also where ip cannot monitor. Two seconds are a fifth, and ten a tenth.
+mkdir "$dir/quick" "$dir/small"
+# shellcheck disable=SC2016 # for the script to expand
+printf '#!/bin/sh\nexec busybox sleep "0.$1"\n' >"$dir/quick/sleep"
+chmod +x "$dir/quick/sleep"
+ln -s "$(command -v busybox)" "$dir/small/ip"
+echo '{"director": {"address": "198.51.100.1"}, "defaults": {"image": "v1.bin"}}' >"$dir/director.yaml"
+waits="THIS DIRECTOR WAITS FOR ITS ADDRESS, WITHOUT $dir/director.yaml: "
+for shell in 'busybox ash' dash; do
+  for path in "$dir/quick" "$dir/quick:$dir/small"; do
+    PATH=$path:$PATH start "$dir/director.yaml" "$shell"
+    eventually "$dir/start" grep -q "$waits" "$dir/start"
+    read -r daemon _ <"/proc/$started/task/$started/children"
+    ends 137 "$daemon"
+    PATH=$path:$PATH start "$dir/director.yaml" "$shell"
+    eventually "$dir/start" grep -q "$waits" "$dir/start"
+    ip address add 198.51.100.1/32 dev lease0
+    eventually "$dir/start" lumenharbourctl -t 1 wait --for default-image=v1.bin
+    # What the operator has undone stays so, until the address comes up that he names.
+    lumenharbourctl director stop
+    ip address add 198.51.100.2/32 dev lease0
+    lumenharbourctl director address 198.51.100.3 2>/dev/null
+    ip address add 198.51.100.3 peer 198.51.100.4/32 dev lease0
+    eventually "$dir/start" grep -q 100.3 "$dir/start"
+    found=$(grep ^lumenharbour-start: "$dir/start" | cut -d ' ' -f 2-)
+    expected="$waits*198.51.100.1 is no address *
+this director's address has come up, it has $dir/director.yaml
+the director's address 198.51.100.3 has come up: this switch is the director"
+    # shellcheck disable=SC2053 # a pattern
+    [[ $found = $expected ]] || fail "$shell, $path: late addresses" "$expected" "$found"
+    ends 143
+    ip address flush dev lease0 to 198.51.100.0/24
+  done
+done
+
 printf '#!/bin/sh\nexit 3\n' >"$dir/mute/lumenharbourd"
 PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/err"
 [ $? = 3 ] || fail 'a daemon that ends' 'exit 3' "$(cat "$dir/err")"
