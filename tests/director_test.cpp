@@ -1,4 +1,6 @@
 #include <fcntl.h>
+#include <sys/stat.h>
+#include <unistd.h>
 
 #include <csignal>
 #include <cstring>
@@ -10,6 +12,8 @@ namespace {
 constexpr uint32 PID = 7001;
 constexpr uint8 STACK = LUMENHARBOUR_CUSTOMGRP_TYPE_STACK, BY_MAC = LUMENHARBOUR_CUSTOMGRP_TYPE_MAC,
                 CONNECT = LUMENHARBOUR_CUSTOMGRP_TYPE_CONNECT, BY_PID = LUMENHARBOUR_CUSTOMGRP_TYPE_PID;
+
+tLumenHarbourInfo& info = gLumenHarbourInfo;
 
 struct DirectorTest : DaemonTest {
   static tLumenHarbourClientInfo client(uint8 last, uint32 pid = PID, uint8 op = 1) {
@@ -38,22 +42,29 @@ struct DirectorTest : DaemonTest {
 };
 
 TEST_F(DirectorTest, DefaultsAreHandedOutUntilTheRoleEnds) {
-  tLumenHarbourInfo& info = gLumenHarbourInfo;
   info.custom_grp_max_num = 4;
+  info.default_image_local = 2;
   info.default_config_local = 1;
   strcpy(info.default_image_name, "os.img");
   strcpy(info.default_config_name, "sw.cfg");
   strcpy(info.io_default_path, "/tmp");
   fake.free_memory = 18;
+  EXPECT_EQ(lumenharbour_default_imagelist_create(), -1);
   EXPECT_EQ(lumenharbour_director_enable(), ERR_AUTOCFG_IMAGELIST);
-  EXPECT_TRUE(info.client_tbl == nullptr && info.role == LUMENHARBOUR_ROLE_NONE && info.default_imagelist_local == 1);
+  EXPECT_EQ(info.client_tbl, nullptr);
+  EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_NONE);
   EXPECT_EQ(read_file("/tmp/imagelist.txt"), "<none>");
   fake.free_memory = 19;
+  info.manage_vlan_list[0] = 2;
   start_director();
-  EXPECT_TRUE(info.client_max_num == 100 && info.builtin_grp_max_num == 10 && info.grpid_max_num == 4);
+  EXPECT_EQ(info.client_max_num, 100U);
+  EXPECT_EQ(info.builtin_grp_max_num, 10U);
+  EXPECT_EQ(info.grpid_max_num, 4U);
   EXPECT_EQ(read_file("/tmp/imagelist.txt"), "imagefile=os.img;\n");
-  info.default_imagelist_local = 0;
-  EXPECT_EQ(announce(client(1), 13, 6), "0 13 imagelist.txt 6 sw.cfg");
+  for (const uint32 location : {0U, 2U, 3U}) {
+    info.default_imagelist_local = location & 3U;
+    EXPECT_EQ(announce(client(1), 13, 6), "0 13 imagelist.txt 6 sw.cfg");
+  }
   EXPECT_EQ(announce(client(2), 12, 6), "-1 12  6 ");
   EXPECT_EQ(announce(client(2), 13, 5), "-1 13 imagelist.txt 5 ");
   info.default_imagelist_local = 1;
@@ -65,9 +76,37 @@ TEST_F(DirectorTest, DefaultsAreHandedOutUntilTheRoleEnds) {
   lumenharbour_director_disable();
   for (const char* name : {"lobby", "built_in0", "imagelist"})
     EXPECT_EQ(read_file("/tmp/" + std::string(name) + ".txt"), "<none>");
-  EXPECT_EQ(info.default_image_name[0] + info.default_config_name[0] + info.default_imagelist_name[0], 0);
-  EXPECT_EQ(info.default_config_local + info.default_imagelist_local + info.role, 0U);
-  EXPECT_EQ(info.manage_vlan_list[0], 0x80);
+  for (const char* field : {info.default_image_name, info.default_config_name, info.default_imagelist_name})
+    EXPECT_EQ(std::string(field, 256), std::string(256, '\0'));
+  EXPECT_EQ(info.default_image_local, 0U);
+  EXPECT_EQ(info.default_config_local, 0U);
+  EXPECT_EQ(info.default_imagelist_local, 0U);
+  EXPECT_EQ(info.role, 0U);
+  EXPECT_EQ(lumenharbour_list_count(&info.custom_grp_free_tbl), 4U);
+  EXPECT_EQ(lumenharbour_list_count(&info.builtin_grp_free_tbl), 10U);
+  EXPECT_EQ(info.manage_vlan_list[0], 0x82);
+}
+
+TEST_F(DirectorTest, ALocalImageOrConfigurationMakesItsListLocal) {
+  start_director();
+  strcpy(info.default_image_name, "i");
+  tLumenHarbourGrpEntry* p_grp = lumenharbour_builtin_grp_add(PID);
+  for (const uint8 image : {0, 1, 2, 3}) {
+    for (const uint8 config : {0, 1, 2, 3}) {
+      p_grp->imagelist_is_local = 0;
+      p_grp->imagefile_is_local = image;
+      p_grp->configfile_is_local = config;
+      info.default_imagelist_local = 0;
+      info.default_image_local = image & 3U;
+      info.default_config_local = config & 3U;
+      EXPECT_EQ(lumenharbour_grp_active(p_grp), 0);
+      EXPECT_EQ(lumenharbour_default_imagelist_create(), 0);
+      const uint32 local = image == 1 || config == 1;
+      EXPECT_EQ(p_grp->imagelist_is_local, local) << int{image} << int{config};
+      EXPECT_EQ(info.default_imagelist_local, local) << int{image} << int{config};
+    }
+  }
+  EXPECT_EQ(read_file("/tmp/imagelist.txt"), "imagefile=i;\n");
 }
 
 TEST_F(DirectorTest, BestGroupWins) {
@@ -86,7 +125,7 @@ TEST_F(DirectorTest, BestGroupWins) {
     custom(1, c.second, "second");
     lumenharbour_builtin_grp_add(1);
     announce(client(c.mac, c.pid));
-    const tLumenHarbourGrpEntry* p_grp = gLumenHarbourInfo.client_tbl[0].p_grp;
+    const tLumenHarbourGrpEntry* p_grp = info.client_tbl[0].p_grp;
     EXPECT_STREQ(p_grp != nullptr ? p_grp->name : "none", c.chosen) << "case " << &c - cases;
     lumenharbour_director_disable();
   }
@@ -95,10 +134,10 @@ TEST_F(DirectorTest, BestGroupWins) {
 TEST_F(DirectorTest, DebugRunFaultsAtTheBuiltinMatch) {
   start_director();
   lumenharbour_builtin_grp_add(PID);
-  gLumenHarbourInfo.debug = 1;
+  info.debug = 1;
   // A sanitizer's own handler would end the process another way.
   EXPECT_EXIT((signal(SIGSEGV, SIG_DFL), announce(client(1))), testing::KilledBySignal(SIGSEGV), "");
-  gLumenHarbourInfo.debug = 2;  // the lowest bit is the switch
+  info.debug = 2;  // the lowest bit is the switch
   EXPECT_EQ(announce(client(1)), "0 0  0 ");
 }
 
@@ -108,10 +147,11 @@ TEST_F(DirectorTest, EveryGroupNameReachesTheClient) {
   for (const size_t len : {54, 55, 63}) {
     const std::string name(len, 'n'), path = "/tmp/" + name + ".txt";
     tLumenHarbourGrpEntry* p_grp = custom(0, BY_MAC, name);
+    strcpy(p_grp->config_file_name, "c.cfg");
     ASSERT_EQ(lumenharbour_grp_active(p_grp), 0);
-    EXPECT_EQ(announce(client(1)), "0 " + std::to_string(len + 4) + " " + name + ".txt 0 ");
+    EXPECT_EQ(announce(client(1)), "0 " + std::to_string(len + 4) + " " + name + ".txt 5 c.cfg");
     p_grp->imagelist_is_local = 1;
-    EXPECT_EQ(announce(client(1)), "0 " + std::to_string(len + 9) + " " + path + " 0 ");
+    EXPECT_EQ(announce(client(1)), "0 " + std::to_string(len + 9) + " " + path + " 5 c.cfg");
     EXPECT_EQ(read_file(path), "imagefile=;\n");
     lumenharbour_custom_grp_del(p_grp);
     EXPECT_EQ(read_file(path), "<none>");
@@ -119,10 +159,7 @@ TEST_F(DirectorTest, EveryGroupNameReachesTheClient) {
 }
 
 TEST_F(DirectorTest, AnnouncementsAddRefreshAndDelete) {
-  tLumenHarbourInfo& info = gLumenHarbourInfo;
-  info.debug = 1;
   EXPECT_EQ(announce(client(1)), "-1 256  256 ");
-  EXPECT_NE(fake.output.find("callback: add a client: mac 02:00:00:00:00:01, pid 7001.\r\n"), std::string::npos);
   info.client_max_num = 1;
   start_director();
   custom(0, BY_PID, "lobby");
@@ -131,34 +168,59 @@ TEST_F(DirectorTest, AnnouncementsAddRefreshAndDelete) {
   EXPECT_EQ(lumenharbour_client_entry_callback(nullptr, &room, &room), -1);
   EXPECT_EQ(lumenharbour_client_entry_callback(&moved, nullptr, &room), -1);
   EXPECT_EQ(info.client_tbl[0].state, 0);
+  lumenharbour_client_grp_lookup(nullptr);
   announce(client(1));
   EXPECT_EQ(lumenharbour_client_entry_callback(&moved, &room, nullptr), -1);
   EXPECT_STREQ(info.client_tbl[0].p_grp->name, "lobby");
   EXPECT_EQ(announce(client(2)), "-1 0  0 ");  // full
   EXPECT_EQ(announce(moved), "0 0  0 ");
-  EXPECT_TRUE(info.client_tbl[0].p_grp == nullptr && info.client_tbl[0].ip == ip4(10, 0, 1, 1));
+  EXPECT_EQ(info.client_tbl[0].p_grp, nullptr);
+  EXPECT_EQ(info.client_tbl[0].ip, ip4(10, 0, 1, 1));
   for (int i = 0; i < 2; i++) EXPECT_EQ(lumenharbour_client_entry_callback(&gone, nullptr, nullptr), 0);
   EXPECT_EQ(info.client_tbl[0].state, 0);
 }
 
 TEST_F(DirectorTest, ListFileIsBoundedAndClosed) {
-  strcpy(gLumenHarbourInfo.io_default_path, "/tmp");
+  strcpy(info.io_default_path, "/tmp");
   const std::string name(246, 'n');
   char path[256] = {};
   EXPECT_EQ(lumenharbour_imagelist_file_create(name.c_str(), 247, path), -1);
   EXPECT_EQ(lumenharbour_imagelist_file_create((name + "n").c_str(), 1, path), -1);
+  const mode_t mask = umask(0);
   const int fd = lumenharbour_imagelist_file_create(name.c_str(), 246, path);
+  umask(mask);
+  struct stat status;
+  ASSERT_EQ(fstat(fd, &status), 0);
+  EXPECT_EQ(status.st_mode, S_IFREG | 0644U);
   EXPECT_EQ(fcntl(fd, F_GETFD), FD_CLOEXEC);
-  gLumenHarbourInfo.debug = 1;
+  info.debug = 1;
   fake.free_memory = 5;
   EXPECT_EQ(lumenharbour_imagelist_file_write(fd, "12345", 5), -1);
   fake.free_memory = 6;
   EXPECT_EQ(lumenharbour_imagelist_file_write(open(path, O_RDONLY), "12345", 5), -1);  // in its place
   EXPECT_EQ(fcntl(fd, F_GETFD), -1);
+  info.debug = 0;
+  lumenharbour_imagelist_file_remove(path);
+  EXPECT_NE(access(path, F_OK), 0);
+  info.debug = 1;
+  lumenharbour_imagelist_file_remove(nullptr);
+  ASSERT_EQ(symlink("/nowhere", "/tmp/link"), 0);
+  lumenharbour_imagelist_file_remove("/tmp/link");  // what cannot be read stays
+  EXPECT_EQ(unlink("/tmp/link"), 0);
+
+  strcpy(info.default_image_name, "i");
+  for (const size_t len : {242, 241}) {
+    strcpy(info.io_default_path, std::string(len, 'd').c_str());
+    EXPECT_EQ(lumenharbour_default_imagelist_create(), -1);
+  }
   const std::string banner = "[LumenHarbour] Write imagelsit file: len 5, buffer: 12345.\r\n";
   EXPECT_EQ(fake.output, banner + "[LumenHarbour] Ram disk is full!\r\n" + banner +
-                             "[LumenHarbour] Write imagelist data ERROR!\r\n");
-  lumenharbour_imagelist_file_remove(path);
+                             "[LumenHarbour] Write imagelist data ERROR!\r\n"
+                             "[LumenHarbour] Remove imagelsit file: /tmp/link.\r\n"
+                             "[LumenHarbour] Imagelsit file name is too long!\r\n"
+                             "[LumenHarbour] Create imagelsit file: " +
+                             std::string(241, 'd') +
+                             "/imagelist.txt.\r\n[LumenHarbour] Open imagelsit file ERROR!\r\n");
 }
 
 }  // namespace

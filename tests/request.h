@@ -9,25 +9,43 @@
 #include "lumenharbour.h"
 #include "zor_codec.h"
 
-/// A value section: its type and its data as it stands in the message.
-struct Value {
-  uint8 type;
-  std::string data;
-};
-
 template <typename T>
 std::string raw(const T& value) {
   return std::string(reinterpret_cast<const char*>(&value), sizeof(value));
 }
+template <typename T>
+T unraw(const std::string& bytes, size_t pos = 0) {
+  T value;
+  memcpy(&value, bytes.data() + pos, sizeof(value));
+  return value;
+}
+
+/// A value section: its type and its data as it stands in the message. A number or a text is one as it is.
+struct Value {
+  uint8 type;
+  std::string data;
+
+  Value(uint8 of_type, const std::string& bytes) : type(of_type), data(bytes) {}
+  Value(uint32 number) : Value(ADR_TYPE_INT32, raw(number)) {}
+  Value(int number) : Value(static_cast<uint32>(number)) {}
+  Value(const std::string& octets) : Value(ADR_TYPE_OCTETS, octets) {}
+  Value(const char* octets) : Value(std::string(octets)) {}
+
+  /// @return a number in digits, octets as they are.
+  std::string text() const {
+    if (type == ADR_TYPE_INT16) return std::to_string(unraw<uint16>(data));
+    return type == ADR_TYPE_INT32 ? std::to_string(unraw<uint32>(data)) : data;
+  }
+};
 
 inline Value integer(uint32 value) {
-  return {ADR_TYPE_INT32, raw(value)};
+  return value;
 }
 inline Value octets(const std::string& bytes) {
-  return {ADR_TYPE_OCTETS, bytes};
+  return bytes;
 }
 inline Value room(size_t n) {
-  return octets(std::string(n, '\0'));
+  return std::string(n, '\0');
 }
 
 /// One request; its fields may be spoilt before it is run.
@@ -52,22 +70,16 @@ struct Request {
   /// Runs the request. @return its return code, or the 0 or 22 of a request that was not run.
   int run() {
     reply_len = lumenHarbour_cmd_process(reinterpret_cast<uint8*>(body.data()), static_cast<int32>(body.size()));
-    return reply_len == 0 ? 0 : field<int32>(ADR_RETCODE_OFFSET);
+    return reply_len == 0 ? 0 : unraw<int32>(body, ADR_RETCODE_OFFSET);
   }
 
-  template <typename T>
-  T field(size_t pos) const {
-    T value;
-    memcpy(&value, body.data() + pos, sizeof(value));
-    return value;
-  }
-
-  /// The data of the value section, or of the one that starts at `pos`.
-  std::string value(size_t pos = 0) const {
+  /// @return the value section that starts at `pos`, 0 for the one that the request was built with.
+  Value section(size_t pos = 0) const {
     if (pos == 0) pos = value_pos;
-    return body.substr(pos + ADR_ELEMENT_HEAD, field<uint16>(pos + 2));
+    return {static_cast<uint8>(body[pos + 1]), body.substr(pos + ADR_ELEMENT_HEAD, unraw<uint16>(body, pos + 2))};
   }
-  uint32 number() const { return field<uint32>(value_pos + ADR_ELEMENT_HEAD); }
+  std::string value(size_t pos = 0) const { return section(pos).data; }
+  uint32 number() const { return unraw<uint32>(value()); }
 
  private:
   void element(uint8 tag, uint32 value) {
