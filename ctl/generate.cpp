@@ -203,9 +203,10 @@ std::string manual_head() {
   std::string summary = SUMMARY;
   summary.pop_back();
   summary.front() = static_cast<char>(summary.front() - 'A' + 'a');
-  return ".TH LUMENHARBOURCTL 8 \"\" lumenharbour\n" + section("NAME") + escaped(TOOL) + " \\- " + escaped(summary) +
-         '\n' + section("SYNOPSIS") + bold(TOOL) + " [" + italic("OPTIONS") + "] [" + italic("COMMAND") + " [" +
-         italic("ARGUMENTS") + "]]\n" + section("DESCRIPTION") + escaped(SUMMARY) + '\n' + escaped(NOTE) + '\n';
+  return ".TH LUMENHARBOURCTL 8 \"November 23, 2026\" lumenharbour\n" + section("NAME") + escaped(TOOL) + " \\- " +
+         escaped(summary) + '\n' + section("SYNOPSIS") + bold(TOOL) + " [" + italic("OPTIONS") + "] [" +
+         italic("COMMAND") + " [" + italic("ARGUMENTS") + "]]\n" + section("DESCRIPTION") + escaped(SUMMARY) + '\n' +
+         escaped(NOTE) + '\n';
 }
 
 constexpr char PROMPT_TEXT[] = R"(.SH PROMPT
