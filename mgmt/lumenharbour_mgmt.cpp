@@ -178,7 +178,6 @@ class Request {
   }
 
   void item(uint8 type, const void* data, std::size_t len) {
-    fits_ = fits_ && len <= LUMENHARBOUR_MSG_MAX;
     const uint16 length = static_cast<uint16>(len);
     put(&type, 1);
     put(&length, sizeof length);

@@ -6,6 +6,7 @@
 #include <unistd.h>
 
 #include <functional>
+#include <map>
 #include <thread>
 
 #include "format.h"
@@ -84,6 +85,7 @@ TEST(MgmtRequest, BytesOnTheWire) {
       {[](auto& d) { d.get_integer(GlobalRow{}, 1); }, {2, 1, {integer(0)}, integer(0)}},
       {[](auto& d) { d.set_octets(GroupRow{7}, 2, "lab"); }, {13, 2, {integer(7)}, octets("lab")}},
       {[](auto& d) { d.get_octets(BuiltinRow{9}, 4); }, {17, 4, {integer(9)}, room(512)}},
+      {[](auto& d) { d.get_octets(ClientRow{8}, 4); }, {21, 4, {integer(8)}, room(512)}},
       {[](auto& d) { d.next(mac_row); }, {4, 0, mac_index, integer(0), 8}},
       {[](auto& d) { d.next(pid_row); }, {8, 0, {integer(3), integer(5)}, integer(0), 8}},
       {[](auto& d) { d.find_group("floor-2"); }, {23, 8, {octets("floor-2")}, integer(0)}},
@@ -93,6 +95,32 @@ TEST(MgmtRequest, BytesOnTheWire) {
     c.send(peer.daemon());
     EXPECT_EQ(c.request.body, peer.body);
   }
+}
+
+TEST(MgmtRequest, EachTableHasItsFunctions) {
+  std::vector<uint32> asked;
+  const Peer peer([&asked](auto& body) {
+    memcpy(&asked.emplace_back(), body.data() + 4, sizeof(uint32));
+    return frame(body);
+  });
+  const Daemon daemon = peer.daemon();
+  const auto read_and_set = [&daemon](const Row& row) {
+    daemon.get_integer(row, 1);
+    daemon.set_integer(row, 1, 1);
+  };
+  const auto walk = [&](auto row) {
+    daemon.first<decltype(row)>();
+    daemon.next(row);
+    read_and_set(row);
+  };
+  read_and_set(GlobalRow{});
+  walk(MacMemberRow{});
+  walk(PidMemberRow{});
+  walk(GroupRow{});
+  walk(BuiltinRow{});
+  walk(ClientRow{});
+  EXPECT_EQ((std::vector<uint32>{2, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 13, 15, 16, 17, 18, 19, 20, 21, 22}),
+            asked);
 }
 
 TEST(MgmtReply, FailuresAreToldApart) {
@@ -122,7 +150,8 @@ TEST(MgmtReply, FailuresAreToldApart) {
   EXPECT_EQ(Status::unreachable, absent.get_integer(GlobalRow{}, 1).status);
   EXPECT_NE(std::string::npos, absent.explain({Status::unreachable, ENOENT}).find("no-such-socket"));
   EXPECT_EQ("ERR_ZOR_NOTSTARTED: the service is stopped", absent.explain({Status::refused, ERR_ZOR_NOTSTARTED}));
-  EXPECT_EQ(Status::unsendable, absent.set_octets(GlobalRow{}, 9, std::string(1500, 'x')).status);
+  EXPECT_EQ(Status::unreachable, absent.set_octets(GlobalRow{}, 9, std::string(1481, 'x')).status);
+  EXPECT_EQ(Status::unsendable, absent.set_octets(GlobalRow{}, 9, std::string(1482, 'x')).status);
 }
 
 TEST(MgmtReply, ValuesComeBack) {
@@ -131,6 +160,10 @@ TEST(MgmtReply, ValuesComeBack) {
   EXPECT_EQ((MacMemberRow{5, MAC}), Peer(member).daemon().next(MacMemberRow{}).value);
   const auto text = [](auto& b) { return patched(b, 33, section(0, "v2.bin")); };
   EXPECT_EQ("v2.bin", Peer(text).daemon().get_octets(GlobalRow{}, 9).value);
+  const auto empty = [](auto& b) { return patched(b, 33, section(0, "")); };
+  EXPECT_EQ(Status::done, Peer(empty).daemon().get_octets(GlobalRow{}, 9).status);
+  const auto half = [](auto& b) { return patched(b, 40, section(1, raw(uint16{5})) + section(1, raw(MAC))); };
+  EXPECT_EQ(Status::broken, Peer(half).daemon().next(MacMemberRow{}).status);
   const auto nobody = [](auto& b) { return patched(b, 12, raw(int32{-1})); };
   EXPECT_EQ(Status::none, Peer(nobody).daemon().find_group("floor-2").status);
   EXPECT_EQ(Status::none, Peer(frame).daemon().free_group().status) << "only a director changes the number";
@@ -188,24 +221,63 @@ TEST(MgmtFormat, ValuesAreReadAsTheyAreWritten) {
     std::vector<std::string> refused;
   } cases[] = {
       {global(LUMENHARBOUR_GLB_MANAGEVLANADD), "5,1,7-9,4095,2", "1-2,5,7-9,4095", {"4096", "5-4", "1,", "1--2", ""}},
-      {mac, "00-1B-21-0a-0b-0c", "00:1b:21:0a:0b:0c", {"00:1b:21:0a-0b:0c", "00:1b:21:0a:0b:0g", "0:1b:21:0a:0b:0cc"}},
+      {mac, "10-1B-21-0a-0b-0c", "10:1b:21:0a:0b:0c", {"00:1b:21:0a-0b:0c", "00:1b:21:0a:0b:0g", "0:1b:21:0a:0b:0cc"}},
+      {mac, "00:1b:21:0a:0b:0c", "00:1b:21:0a:0b:0c", {"00:1b:21:0a:0b:0cc", "00x1bx21x0ax0bx0c", "00:1b:21:0a:0b"}},
       {global(LUMENHARBOUR_GLB_DIRECTORIP), "192.0.2.1", "192.0.2.1", {"192.0.2", "192.0.2.256", ""}},
       {global(LUMENHARBOUR_GLB_DIRECTORIP), "none", "none", {}},
-      {global(LUMENHARBOUR_GLB_STATE), "1", "on", {"0", "3", "yes"}},
-      {global(LUMENHARBOUR_GLB_DEBUG), "0x3", "3", {"4", "-1", "1 ", "yes"}},
-      {global(LUMENHARBOUR_GLB_DEBUG), "1", "on", {}},
-      {global(LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE), "no", "no", {"4", "off"}},
-      {group(LUMENHARBOUR_CUSTOMGRP_IMAGETYPE), "1", "yes", {"256"}},
+      {global(LUMENHARBOUR_GLB_DEBUG), "0x3", "3", {"-1", "1 ", "yes"}},
+      {global(LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE), "no", "no", {"off"}},
+      {global(LUMENHARBOUR_GLB_IMAGERELOADTIME), "0X1f", "31", {"1f", "0x", ""}},
       {global(LUMENHARBOUR_GLB_IMAGERELOADTIME), "4294967295", "4294967295", {"4294967296"}},
-      {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "deactivate", "inactive", {"0", "5"}},
-      {group(LUMENHARBOUR_CUSTOMGRP_TYPE), "4", "pid", {"5"}},
+      {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "deactivate", "inactive", {}},
+      {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "inactive", "inactive", {}},
       {group(LUMENHARBOUR_CUSTOMGRP_NAME), x60 + "\x1b[m", x60 + "\\x1b[m", {x60 + "1234"}},
+      {group(LUMENHARBOUR_CUSTOMGRP_NAME), "\x1f \x7e\x7f\x80", "\\x1f \x7e\\x7f\x80", {}},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(c.reads, format_value(*c.attr, parse_value(*c.attr, c.text).value()));
     for (const std::string& text : c.refused) EXPECT_FALSE(parse_value(*c.attr, text)) << text;
   }
   EXPECT_EQ("none", format_value(*global(LUMENHARBOUR_GLB_DIRECTORIP), std::string())) << "as it reads when not set";
+  EXPECT_EQ("?", format_value(*global(LUMENHARBOUR_GLB_DIRECTORIP), std::string("short")));
+  EXPECT_EQ("?", format_value(*mac, std::string("short")));
+  EXPECT_EQ(std::string(4, '\0'), std::get<std::string>(*parse_value(*global(LUMENHARBOUR_GLB_DIRECTORIP), "none")));
+  EXPECT_EQ("0", format_vlans(std::string_view("\x80\xff", 1)));
+}
+
+TEST(MgmtFormat, EachAttributeTellsWhatItTakes) {
+  std::map<std::string, std::string> names;  // by what is expected, how many words there are, and how numbers read
+  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
+    std::string takes = expected_value(attr) + " (" + std::to_string(value_words(attr).size()) + ')';
+    for (const char* const number : {"0", "1", "2", "3", "4", "5", "15", "16", "255", "256", "4095", "4096"})
+      if (const auto value = parse_value(attr, number); value && lumenharbour_value_is_integer(attr.value))
+        takes += ' ' + format_value(attr, *value);
+    names[takes] += ' ' + std::string(attr.name);
+  }
+  std::string transcript;
+  for (const auto& [takes, of] : names) transcript += takes + ':' + of + '\n';
+  EXPECT_EQ(
+      "VLAN ids from 0 to 4095 such as 1,5,100-120 (0): manage-vlan-add manage-vlan-del\n"
+      "a MAC address such as 00:1b:21:0a:0b:0c (0): mac\n"
+      "a number from 0 to 15 (0) 0 1 2 3 4 5 15: director-ip-type\n"
+      "a number from 0 to 4095 (0) 0 1 2 3 4 5 15 16 255 256 4095: dhcp-client-vlan\n"
+      "a number from 0 to 4294967295 (0) 0 1 2 3 4 5 15 16 255 256 4095 4096: group-free-id group-max builtin-max "
+      "member-max client-max image-bytes config-bytes config-reload-time image-reload-time ip-type pid\n"
+      "a record (0): announce\n"
+      "a text of at most 255 bytes (0): default-image default-config received-image received-config image config image "
+      "config\n"
+      "a text of at most 63 bytes (0): name\n"
+      "an IPv4 address such as 192.0.2.1 (0): ip\n"
+      "an IPv4 address such as 192.0.2.1, or none (0): director-ip\n"
+      "no value (0): client-flush download-config download-image\n"
+      "one of activate, create, deactivate, destroy (4) active created inactive destroyed: status status status status "
+      "status\n"
+      "one of mac, pid, stack, connect, unknown (5) unknown stack mac connect pid: type\n"
+      "one of on, off (2) off on 2 3: debug\n"
+      "one of on, off (2) on off: state director-state client-notify config-reload image-reload\n"
+      "one of yes, no (2) no yes 2 3: default-image-local default-config-local\n"
+      "one of yes, no (2) no yes 2 3 4 5 15 16 255: image-local config-local image-local config-local\n",
+      transcript);
 }
 
 }  // namespace
