@@ -1,8 +1,15 @@
 #include <gtest/gtest.h>
-#include <sys/mman.h>
+#include <linux/if_vlan.h>
+#include <linux/sockios.h>
+#include <sched.h>
+#include <sys/mount.h>
+#include <sys/resource.h>
+#include <sys/syscall.h>
 
 #include <csignal>
+#include <cstdarg>
 #include <cstring>
+#include <ctime>
 #include <filesystem>
 #include <fstream>
 #include <functional>
@@ -11,9 +18,20 @@
 #include "zor_debug.h"
 #include "zor_dhcpc.h"
 #include "zor_linux.h"
+#include "zor_osix.h"
 #include "zor_timer.h"
 
 namespace fs = std::filesystem;
+
+// The C library's own function, replaced for this program: not every kernel has VLANs. Here loopback carries VLAN 7.
+extern "C" int ioctl(int, unsigned long request, ...) noexcept {
+  va_list args;
+  va_start(args, request);
+  auto* vlan = va_arg(args, vlan_ioctl_args*);
+  va_end(args);
+  vlan->u.VID = 7;
+  return request == SIOCGIFVLAN && vlan->cmd == GET_VLAN_VID_CMD && strcmp(vlan->device1, "lo") == 0 ? 0 : -1;
+}
 
 namespace {
 
@@ -30,6 +48,13 @@ struct PlatformLinuxTest : testing::Test {
     EXPECT_EQ(action(), want);
     return testing::internal::GetCapturedStderr();
   }
+  // What has left the process by the end of the action, before a "$".
+  static std::string printed(const std::function<void()>& action) {
+    testing::internal::CaptureStdout();
+    action();
+    EXPECT_EQ(::write(STDOUT_FILENO, "$", 1), 1);
+    return testing::internal::GetCapturedStdout();
+  }
   std::string load(const std::string& text) {
     write(dir + "/conf", text);
     return complaint(0, [this] { return zorLinuxConfLoad((dir + "/conf").c_str(), false), 0; });
@@ -42,31 +67,64 @@ struct PlatformLinuxTest : testing::Test {
 
 TEST_F(PlatformLinuxTest, ConfigurationIsReadAndBadLinesLeaveTheDefaults) {
   const tZorLinuxConf& conf = zorLinuxConf();
-  EXPECT_EQ(load("# lab\n\n \tuplink=lo # here\r\n reboot_command = echo a#b = c\nclock_speed\t=\t1000"), "");
-  EXPECT_EQ(conf.uplink + std::to_string(conf.clock_speed) + conf.reboot_command, "lo1000echo a#b = c");
-  const std::string file = dir + "/conf", speed = " for clock_speed; allowed is a whole number from 1 to 1000";
-  EXPECT_EQ(load(""), "");
+  const auto texts = [&] {
+    return std::string(conf.uplink) + "|" + conf.startup_config + "|" + conf.reboot_command + "|" + conf.dhcp_state +
+           "|" + conf.dhcp_notify_command + "|" + std::to_string(conf.clock_speed);
+  };
+  const std::string i15(15, 'i'), p511 = "/" + std::string(510, 'p');
+  const std::string good[][2] = {
+      {"# lab\n\n \tuplink=lo # here\n reboot_command = echo a#b = c # d\r\nclock_speed\t=\t1000\r\n",
+       "lo|/mnt/mtd/startcfg|echo a#b = c|/run/lumenharbour/dhcp.options||1000"},
+      {"startup_config=" + p511 + "\nreboot_command=" + p511 + "\ndhcp_state=" + p511 +
+           "\ndhcp_notify_command=" + p511 + "\nuplink=" + i15,
+       i15 + "|" + p511 + "|" + p511 + "|" + p511 + "|" + p511 + "|1"},
+      {"dhcp_notify_command=xx\ndhcp_notify_command=\n",
+       "|/mnt/mtd/startcfg|/sbin/reboot|/run/lumenharbour/dhcp.options||1"},
+  };
+  for (const auto& [text, want] : good) {
+    EXPECT_EQ(load(text), "");
+    EXPECT_EQ(texts(), want);
+  }
   const tZorLinuxConf defaults = conf;
-  EXPECT_STREQ(defaults.startup_config, "/mnt/mtd/startcfg");
+  const std::string name = " for uplink; allowed is an interface name of 1 to 15 characters",
+                    speed = " for clock_speed; allowed is a whole number from 1 to 1000", b = "bad value \"",
+                    path = "; allowed is an absolute path of at most 511 bytes", x1024(1024, 'x');
   const std::pair<std::string, std::string> cases[] = {
       {"a = 1",
        "unknown key \"a\"; known are uplink, startup_config, reboot_command, dhcp_state, "
        "dhcp_notify_command, clock_speed"},
-      {"clock_speed = 0", "bad value \"0\"" + speed},
-      {"clock_speed = 1001", "bad value \"1001\"" + speed},
+      {"uplink =", b + "\"" + name},
+      {"uplink = a/b", b + "a/b\"" + name},
+      {"uplink = a b", b + "a b\"" + name},
+      {"uplink = a\tb", b + "a\tb\"" + name},
+      {"uplink = i" + i15, b + "i" + i15 + "\"" + name},
+      {"startup_config = etc", b + "etc\" for startup_config" + path},
+      {"dhcp_state = /" + p511, b + "/" + p511 + "\" for dhcp_state" + path},
+      {"reboot_command =", b + "\" for reboot_command; allowed is a shell command of 1 to 511 bytes"},
+      {"dhcp_notify_command = /" + p511,
+       b + "/" + p511 + "\" for dhcp_notify_command; allowed is a shell command of at most 511 bytes, or nothing"},
+      {"clock_speed = 0", b + "0\"" + speed},
+      {"clock_speed = 1001", b + "1001\"" + speed},
       {"uplink = a\033[2J", "control character; allowed is plain text"},
-      {std::string(1025, 'x'), "line too long; allowed are 1024 bytes"},
+      {x1024, "\"" + x1024 + "\" is not of the form key = value"},
+      {x1024 + x1024 + "x", "line too long; allowed are 1024 bytes"},
   };
   for (const auto& [line, message] : cases) {
-    EXPECT_EQ(load("#\n" + line + "\n"), file + ":2: " + message + "\n");
+    EXPECT_EQ(load("#\n" + line + "\n"), dir + "/conf:2: " + message + "\n");
     EXPECT_EQ(memcmp(&conf, &defaults, sizeof(defaults)), 0) << line;
   }
+  EXPECT_EQ(complaint(0, [&] { return zorLinuxConfLoad(dir.c_str(), true), 0; }),
+            dir + ": Is a directory; the rest is not read\n");
 }
 
 TEST_F(PlatformLinuxTest, DhcpValuesAreReadOrRefused) {
   const std::string state = dir + "/dhcp.options";
   ASSERT_EQ(load("dhcp_state = " + state), "");
   EXPECT_EQ(complaint(-1, [] { return dhcpcIfGetApi(1, DHCPC_IF_IMAGELIST, nullptr); }), "") << "no file yet";
+  fs::create_directory(state);
+  EXPECT_EQ(complaint(-1, [] { return dhcpcIfGetApi(1, DHCPC_IF_IMAGELIST, nullptr); }),
+            state + ": imagelist: Is a directory; not used\n");
+  fs::remove(state);
   // What the reader gets, or "!" and what is said instead.
   const std::tuple<uint32, std::string, std::string> cases[] = {
       {DHCPC_IF_CONFIGFILE, "config-file=9 letters", "9 letters"},
@@ -79,6 +137,7 @@ TEST_F(PlatformLinuxTest, DhcpValuesAreReadOrRefused) {
       {DHCPC_IF_TFTPSERVERIP, "tftp-server=192.0.2.1", "3221225985"},
       {DHCPC_IF_IMAGELIST, "imagelists=a\nx imagelist=a\nimagelist=d\n", "d"},
       {DHCPC_IF_IMAGELIST, std::string(1024, 'x') + "imagelist=a", "!"},
+      {DHCPC_IF_LUMENHARBOUR + 1, "imagelist=a", "!"},
       {DHCPC_IF_IMAGELIST, "imagelist=10 letters", "!imagelist: longer than its reader's buffer"},
       {DHCPC_IF_IMAGELIST, "imagelist=" + std::string(5000, 'x'), "!imagelist: line too long"},
       {DHCPC_IF_IMAGELIST, "imagelist=\x7F", "!imagelist: control character"},
@@ -101,81 +160,210 @@ TEST_F(PlatformLinuxTest, DhcpValuesAreReadOrRefused) {
 }
 
 TEST_F(PlatformLinuxTest, CommandsRunAndReportTheirFailure) {
-  load("reboot_command = touch " + dir + "/rebooted\ndhcp_notify_command = exit 3");
+  load("reboot_command = touch " + dir + "/rebooted");
   for (std::string text : {"reboo", "rebooT", "reboot ", "reboot"}) {
     const octetstring value = octets(text);
+    EXPECT_EQ(zorScalarSetApi(1, SYS_CLEAR_BIOS, &value), -1);
+    EXPECT_EQ(zorScalarSetApi(0, SYS_READ_CONFIG, &value), -1);
+    EXPECT_FALSE(fs::exists(dir + "/rebooted"));
     EXPECT_EQ(zorScalarSetApi(0, SYS_CLEAR_BIOS, &value), text == "reboot" ? 0 : -1);
-    EXPECT_EQ(fs::exists(dir + "/rebooted"), text == "reboot");
   }
-  EXPECT_EQ(complaint(-1, [] { return dhcpcIfGetApi(1, DHCPC_IF_LUMENHARBOUR, nullptr); }),
-            "dhcp_notify_command: \"exit 3\" failed with exit status 3\n");
+  EXPECT_TRUE(fs::exists(dir + "/rebooted"));
+  const auto notify = [] { return dhcpcIfGetApi(5, DHCPC_IF_LUMENHARBOUR, nullptr); };
+  const std::string failed = "DHCP client on interface 5: provisioning failed, fresh information wanted\n";
+  EXPECT_EQ(printed([&] { EXPECT_EQ(notify(), 0); }), failed + "$");
+  load("dhcp_notify_command = echo ran");
+  EXPECT_EQ(printed([&] { EXPECT_EQ(notify(), 0); }), failed + "dhcp_notify_command: running echo ran\nran\n$");
+  const auto reboot = [] {
+    std::string text = "reboot";
+    const octetstring value = octets(text);
+    return zorScalarSetApi(0, SYS_CLEAR_BIOS, &value);
+  };
+  load("reboot_command = exit 3");
+  EXPECT_EQ(complaint(-1, reboot), "reboot_command: \"exit 3\" failed with exit status 3\n");
+  load("reboot_command = kill -9 $$");
+  EXPECT_EQ(complaint(-1, reboot), "reboot_command: \"kill -9 $$\" killed by signal 9\n");
+  signal(SIGCHLD, SIG_IGN);
+  EXPECT_EQ(complaint(-1, reboot), "reboot_command: \"kill -9 $$\" not run: No child processes\n");
+  signal(SIGCHLD, SIG_DFL);
 }
 
 TEST_F(PlatformLinuxTest, SavedConfigurationIsDumped) {
-  std::string saved = dir + "/saved", path = dir + "/Ram/startcfg";
-  octetstring value = octets(path);
-  const auto dump = [&] { return zorScalarGetApi(0, SYS_READ_CONFIG, &value); };
+  const std::string saved = dir + "/saved", path = dir + "/Ram/startcfg",
+                    refused = ": saved configuration not dumped: ";
+  const auto dump = [](std::string to) {
+    octetstring value = octets(to);
+    return zorScalarGetApi(0, SYS_READ_CONFIG, &value);
+  };
+  const auto failure = [&](const std::string& to) { return complaint(-1, [&] { return dump(to); }); };
   load("startup_config = " + saved);
-  EXPECT_EQ(dump(), 0) << "nothing saved";
-  for (const size_t size : {10000, 5, 0}) {
+  EXPECT_EQ(dump(path), 0) << "nothing saved";
+  const mode_t mask = umask(0);
+  for (const size_t size : {4097, 5, 0}) {
     write(saved, std::string(size, static_cast<char>('a' + size % 7)));
-    EXPECT_EQ(dump(), 0);
+    EXPECT_EQ(dump(path), 0);
     EXPECT_EQ(system(size == 0 ? ("test ! -e " + path).c_str() : ("cmp " + saved + " " + path).c_str()), 0);
+    EXPECT_EQ(fs::status(path).permissions(), size == 0 ? fs::perms::unknown : fs::perms(0600)) << "may hold passwords";
   }
-  // Saved but unreadable: a dump that is not empty still tells that the switch is configured.
-  EXPECT_TRUE(fs::remove(saved) && fs::create_directory(saved));
-  EXPECT_EQ(complaint(-1, dump), saved + ": saved configuration not dumped: Is a directory\n");
-  EXPECT_GT(fs::file_size(path), 0U);
+  umask(mask);
+  EXPECT_EQ(fs::status(dir + "/Ram").permissions(), fs::perms(0755));
+  const std::string s256(256, 's');
+  EXPECT_EQ(failure("/" + s256), "/" + s256 + ": old dump not removed: File name too long\n");
+  for (const std::string& name : {std::string(), s256 + s256, std::string("/a\0", 3)})
+    EXPECT_EQ(failure(name), &refused[2] + ("file name of " + std::to_string(name.size())) +
+                                 " bytes; allowed are 1 to 511 without NUL\n");
+  // A saved one that cannot be read still leaves a dump of its size, or of one byte: the switch must not look new.
+  write(saved, std::string(100000, 'a'));
+  ASSERT_EQ(mount("none", (dir + "/Ram").c_str(), "tmpfs", 0, "size=8k"), 0) << "is this scripts/private?";
+  EXPECT_EQ(failure(path), path + refused + "No space left on device\n");
+  EXPECT_EQ(fs::file_size(path), 100000U);
+  EXPECT_EQ(umount((dir + "/Ram").c_str()), 0);
+  EXPECT_EQ(failure(dir + "/no/dir/dump"), dir + "/no/dir/dump" + refused + "No such file or directory\n");
+  load("startup_config = " + saved + "/file");
+  EXPECT_EQ(dump(saved + "/file"), 0) << "nothing is saved below a file, and no old dump is there";
+  fs::remove(saved);
+  fs::create_directory(saved);
+  load("startup_config = " + saved);
+  EXPECT_EQ(failure(path), saved + refused + "Is a directory\n");
+  EXPECT_NE(fs::file_size(path), 0U);
+  fs::remove(saved);
+  fs::create_symlink(saved, saved);
+  EXPECT_EQ(failure(path), saved + refused + "Too many levels of symbolic links\n");
+  EXPECT_EQ(fs::file_size(path), 1U);
 }
 
 TEST_F(PlatformLinuxTest, OwnAddressesVlansAndUplinkTranslate) {
+  // A network of its own, in which loopback has a hardware address too.
+  ASSERT_EQ(unshare(CLONE_NEWNET), 0) << "is this scripts/private?";
+  ASSERT_EQ(system("ip link set lo up && ip address add 127.2.0.3/8 dev lo label lo:1 &&"
+                   "ip link add index 70 address 02:00:00:00:00:09 name first type veth peer index 71 name second"),
+            0);
   const uint32 lo = if_nametoindex("lo");
   uint32 unit = 0;
+  std::string mac(6, '?');
+  octetstring value = octets(mac);
   // Two zeros, the kind, the address; 7 stands for 127.
-  for (const std::string text : {"0010000", "0017002", "0027001", "00170010", "0017001"}) {
+  for (const std::string text : {"0017002", "0027001", "00170010", "0017203", "0017001"}) {
     std::string bytes = text;
     for (char& byte : bytes) byte = byte == '7' ? 127 : static_cast<char>(byte - '0');
     const octetstring key = octets(bytes);
-    EXPECT_EQ(zorIndexTrans(&key, SYS_IP2LOGICAL, &unit), text == "0017001" ? 0 : -1) << text;
-    EXPECT_EQ(unit, text == "0017001" ? lo : 0) << text;
+    const bool own = text == "0017001" || text == "0017203";
+    EXPECT_EQ(zorIndexTrans(&key, SYS_IP2LOGICAL, &(unit = 0)), own ? 0 : -1) << text;
+    EXPECT_EQ(unit, own ? lo : 0) << text;
+    EXPECT_EQ(zorIndexTrans(&key, SYS_IP2LOGICAL + 1, &unit), -1);
   }
-  const tPhyIfInfo no_vlan = {1, 1, 1, 1, 4095, 3, 0};
-  EXPECT_EQ(zorIndexTrans(&no_vlan, SYS_VLAN2LOGICAL, &unit), -1);
-  EXPECT_EQ(zorIfGetApi(lo, SYS_IF_VLANVID, &unit), -1);
-  std::string mac(6, '?');
-  octetstring value = octets(mac);
+  for (const uint32 vlan : {6U, 0xFFFFFFFFU, 7U}) {
+    const tPhyIfInfo key = {1, 1, 1, 1, vlan, 3, 0};
+    EXPECT_EQ(zorIndexTrans(&key, SYS_VLAN2LOGICAL, &(unit = 0)), vlan == 7 ? 0 : -1);
+    EXPECT_EQ(unit, vlan == 7 ? lo : 0);
+  }
+  EXPECT_EQ(zorIfGetApi(lo, SYS_IF_VLANVID, &unit), 0);
+  EXPECT_EQ(unit, 7U);
+  EXPECT_EQ(zorIfGetApi(lo, SYS_IF_VLANVID + 1, &unit), -1);
+  EXPECT_EQ(zorIfGetApi(70, SYS_IF_VLANVID, &unit), -1);
+  EXPECT_EQ(zorIfGetApi(72, SYS_IF_VLANVID, &unit), -1);
+  const auto uplink = [&] { return zorIndexTrans(nullptr, SYS_PHY2LOGICAL_NUM, &unit); };
   load("uplink = lo");
-  EXPECT_EQ(zorIndexTrans(nullptr, SYS_PHY2LOGICAL_NUM, &(unit = 0)), 0);
+  EXPECT_EQ(uplink(), 0);
   EXPECT_EQ(unit, lo);
   EXPECT_EQ(zorScalarGetApi(0, SYS_MAC_ADDRESS, &value), -1) << "has no hardware address";
+  load("uplink = none");
+  EXPECT_EQ(complaint(-1, uplink), "uplink: there is no interface \"none\"\n");
   load("");
-  if (zorIndexTrans(nullptr, SYS_PHY2LOGICAL_NUM, &unit) != 0) GTEST_SKIP() << "only lo on this machine";
+  EXPECT_EQ(system("ip link set lo address 02:00:00:00:00:01"), 0);
+  EXPECT_EQ(uplink(), 0);
+  EXPECT_EQ(unit, 70U);
+  EXPECT_EQ(zorScalarGetApi(1, SYS_MAC_ADDRESS, &value), -1);
+  EXPECT_EQ(zorScalarGetApi(0, SYS_CLEAR_BIOS, &value), -1);
   EXPECT_EQ(zorScalarGetApi(0, SYS_MAC_ADDRESS, &value), 0);
-  char name[IF_NAMESIZE];
-  std::ifstream want(std::string("/sys/class/net/") + if_indextoname(unit, name) + "/address");
-  for (unsigned byte, i = 0; want >> std::hex >> byte; want.ignore()) EXPECT_EQ(uint8(mac[i++]), byte) << name;
+  EXPECT_EQ(mac, std::string("\2\0\0\0\0\x09", 6));
+  value.len = 5;
+  EXPECT_EQ(zorScalarGetApi(0, SYS_MAC_ADDRESS, &value), -1);
+  // The address of a switch that was given none is not even looked for, which without descriptors would be noticed.
+  uint8 any[IP2LOGICAL_KEY_LEN] = {0, 0, 1};
+  const octetstring key = {any, sizeof(any)};
+  rlimit limit;
+  getrlimit(RLIMIT_NOFILE, &limit);
+  const auto starved = [&] {
+    const rlimit none = {0, limit.rlim_max};
+    setrlimit(RLIMIT_NOFILE, &none);
+    EXPECT_EQ(zorIndexTrans(&key, SYS_IP2LOGICAL, &unit), -1);
+    const int rc = uplink();
+    return setrlimit(RLIMIT_NOFILE, &limit), rc;
+  };
+  EXPECT_EQ(complaint(-1, starved), "list of interfaces: Too many open files\n");
 }
 
-TEST_F(PlatformLinuxTest, FastClockKeepsTimeoutsInRealTimeRoundedUp) {
-  load("");
-  const uint64 slow = zorClockTicks();
+TEST_F(PlatformLinuxTest, SemaphoresAreFewAndComeBack) {
+  for (const tOsixSemId want : {1, 2, 3, 4, 0}) EXPECT_EQ(OsixCreateMSem(0), want);
+  for (const tOsixSemId sem : {0, 2, 2, 5}) OsixDeleteSem(sem);
+  for (const tOsixSemId want : {2, 0}) EXPECT_EQ(OsixCreateMSem(0), want);
+}
+
+TEST_F(PlatformLinuxTest, ClockIsTheMonotonicOneTimesItsSpeed) {
   load("clock_speed = 1000");
-  tTimerNode node = {};
-  tTimerLst list = {{&list.nodes, &list.nodes}};
-  timerStart(&list, &node, 5'000'500, nullptr, 0, 0, 0);
-  const uint64 before = zorClockTicks(), wait = timerListNextTimeout(&list) * uint64{1000};
-  EXPECT_GE(before, slow * 1000);
-  EXPECT_LT(wait, node.expiry - before + 1000);
-  EXPECT_GE(wait, node.expiry - zorClockTicks());
+  const auto expected = [] {
+    timespec now;
+    clock_gettime(CLOCK_MONOTONIC, &now);
+    return uint64(now.tv_sec) * 100'000 + uint64(now.tv_nsec) / 10'000;
+  };
+  const uint64 low = expected(), ticks = zorClockTicks();
+  EXPECT_LE(low, ticks);
+  EXPECT_LE(ticks, expected());
+}
+
+TEST_F(PlatformLinuxTest, DebugMessagesLeaveAtOnceInOrder) {
+  EXPECT_EQ(printed([] { printf("a"), NM_DEBUG_OUTPUT("%s%d\n", "b", 3); }), "ab3\n$");
+}
+
+int overflow(int depth) {
+  volatile char room[4096];
+  room[0] = static_cast<char>(depth);
+  return depth < 0 ? 0 : overflow(depth + 1) + room[0];
 }
 
 TEST(PlatformLinuxDeathTest, CrashIsReportedAndStillKills) {
-  char name[] = "switchd", *argv[] = {name, nullptr};
-  auto die = [&](auto cause) { zorCatchSegFault(1, argv), cause(); };
-  auto* wall = static_cast<volatile char*>(mmap(nullptr, 4096, PROT_NONE, MAP_PRIVATE | MAP_ANONYMOUS, -1, 0));
-  EXPECT_EXIT(die([&] { *wall = 1; }), testing::KilledBySignal(SIGSEGV),
-              "switchd: fatal signal 11 \\(SIGSEGV\\) at address 0x[0-9a-f]+000\n.*\\[0x[0-9a-f]+\\]\n");
-  EXPECT_EXIT(die(abort), testing::KilledBySignal(SIGABRT), "switchd: fatal signal 6 \\(SIGABRT\\)\n");
+  const auto die = [](std::string name, const std::function<void()>& cause) {
+    char* argv[] = {name.data(), nullptr};
+    zorCatchSegFault(name.empty() ? 0 : 1, argv);
+    cause();
+  };
+  const auto send = [](int number, int code) {  // as the kernel does
+    siginfo_t info = {};
+    info.si_code = code;
+    info.si_addr = reinterpret_cast<void*>(0xabc0);
+    syscall(SYS_rt_sigqueueinfo, getpid(), number, &info);
+  };
+  for (const int n : {SIGSEGV, SIGBUS, SIGFPE, SIGILL, SIGABRT, SIGSYS}) {
+    const std::string name = std::string("SIG") + sigabbrev_np(n);
+    const std::string report = "^switchd: fatal signal " + std::to_string(n) + " \\(" + name + "\\)";
+    const char* address = n == SIGABRT || n == SIGSYS ? "\n" : " at address 0xabc0\n";
+    const auto killed = testing::KilledBySignal(n);
+    EXPECT_EXIT(die("switchd", [&] { send(n, 1); }), killed, report + address + ".*\\[0x[0-9a-f]+\\]\n");
+    EXPECT_EXIT(die("switchd", [&] { send(n, SI_KERNEL); }), killed, report + "\n");
+    EXPECT_EXIT(die("switchd", [&] { raise(n); }), killed, report + "\n");
+  }
+  EXPECT_EXIT(die("", abort), testing::KilledBySignal(SIGABRT), "^\\?: fatal signal 6 ");
+  EXPECT_EXIT(die(std::string(300, 'n'), abort), testing::KilledBySignal(SIGABRT), "^n{128}: fatal signal 6 ");
+  const auto run_out = [] {
+    const rlimit small = {1 << 20, RLIM_INFINITY};
+    setrlimit(RLIMIT_STACK, &small);
+    exit(overflow(0));
+  };
+  EXPECT_EXIT(die("switchd", run_out), testing::KilledBySignal(SIGSEGV), "^switchd: fatal signal 11 \\(SIGSEGV\\) at");
+}
+
+TEST(PlatformLinuxDeathTest, ConfigurationIsReadOnFirstUse) {
+  const auto ask = [](const char* named) {
+    setenv("LUMENHARBOUR_PLATFORM_CONF", named, 1);
+    fprintf(stderr, "<%s>", zorLinuxConf().uplink);
+    setenv("LUMENHARBOUR_PLATFORM_CONF", "/later", 1);
+    exit(zorLinuxConf().clock_speed == 1 ? 0 : 1);
+  };
+  PlatformLinuxTest::write("/tmp/named", "uplink = mine");
+  EXPECT_EXIT(ask(""), testing::ExitedWithCode(0), "^<>$");
+  EXPECT_EXIT(ask("/tmp/named"), testing::ExitedWithCode(0), "^<mine>$");
+  EXPECT_EXIT(ask("/none"), testing::ExitedWithCode(0), "^/none: No such file or directory; using the defaults\n<>$");
 }
 
 }  // namespace
