@@ -31,7 +31,7 @@ void DaemonTest::SetUp() {
 void DaemonTest::TearDown() {
   lumenharbour_disable();
   lumenharbour_shutdown();
-  EXPECT_EQ(fake.semaphores, 0);
+  EXPECT_FALSE(fake.semaphore);
   if (HasFailure()) printf("daemon output:\n%s\n", fake.output.c_str());
 }
 
@@ -59,19 +59,12 @@ uint64 zorClockTicks() {
 uint32 zorClockSpeed() {
   return fake.clock_speed;
 }
-
-namespace {
-constexpr tOsixSemId SEMAPHORE = 7;
-}
-
 tOsixSemId OsixCreateMSem(uint32) {
-  if (fake.no_semaphore) return 0;
-  fake.semaphores++;
-  return SEMAPHORE;
+  fake.semaphore = !fake.no_semaphore;
+  return fake.semaphore ? 7 : 0;
 }
-
 void OsixDeleteSem(tOsixSemId sem) {
-  if (sem == SEMAPHORE && fake.semaphores > 0) fake.semaphores--;
+  if (sem == 7) fake.semaphore = false;
 }
 
 void NM_DEBUG_OUTPUT(const char* format, ...) {
@@ -129,18 +122,12 @@ int address_unit_get(const octetstring* key, uint32* unit) {
 
 int zorIndexTrans(const void* key, uint32 kind, uint32* unit) {
   constexpr tPhyIfInfo first_port = {1, 1, 1, 1, 1, 3, 0};
-  switch (kind) {
-    case SYS_PHY2LOGICAL_NUM:
-      if (memcmp(key, &first_port, sizeof(first_port)) != 0) return -1;
-      *unit = fake.dhcp_unit;
-      return 0;
-    case SYS_VLAN2LOGICAL:
-      return number_get(fake.vlan_units, static_cast<const tPhyIfInfo*>(key)->virtualnum, unit);
-    case SYS_IP2LOGICAL:
-      return address_unit_get(static_cast<const octetstring*>(key), unit);
-    default:
-      return -1;
-  }
+  if (kind == SYS_VLAN2LOGICAL)
+    return number_get(fake.vlan_units, static_cast<const tPhyIfInfo*>(key)->virtualnum, unit);
+  if (kind == SYS_IP2LOGICAL) return address_unit_get(static_cast<const octetstring*>(key), unit);
+  if (kind != SYS_PHY2LOGICAL_NUM || memcmp(key, &first_port, sizeof(first_port)) != 0) return -1;
+  *unit = fake.dhcp_unit;
+  return 0;
 }
 
 int dhcpcIfGetApi(uint32 ifindex, uint32 attr, void* result) {
