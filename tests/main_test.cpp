@@ -32,8 +32,9 @@ int backlog = 0, low_water = 0;
 
 template <typename... Args>
 int call(const char* name, long number, Args... args) {
+  if (broken != name) return static_cast<int>(syscall(number, args...));
   errno = EIO;
-  return broken == name ? -1 : static_cast<int>(syscall(number, args...));
+  return -1;
 }
 
 }  // namespace
