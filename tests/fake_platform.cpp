@@ -31,7 +31,7 @@ void DaemonTest::SetUp() {
 void DaemonTest::TearDown() {
   lumenharbour_disable();
   lumenharbour_shutdown();
-  EXPECT_FALSE(fake.semaphore);
+  EXPECT_EQ(fake.semaphores, 0);
   if (HasFailure()) printf("daemon output:\n%s\n", fake.output.c_str());
 }
 
@@ -60,11 +60,12 @@ uint32 zorClockSpeed() {
   return fake.clock_speed;
 }
 tOsixSemId OsixCreateMSem(uint32) {
-  fake.semaphore = !fake.no_semaphore;
-  return fake.semaphore ? 7 : 0;
+  if (fake.no_semaphore) return 0;
+  fake.semaphores++;
+  return 7;
 }
 void OsixDeleteSem(tOsixSemId sem) {
-  if (sem == 7) fake.semaphore = false;
+  if (sem == 7 && fake.semaphores > 0) fake.semaphores--;
 }
 
 void NM_DEBUG_OUTPUT(const char* format, ...) {
@@ -113,18 +114,15 @@ int number_get(const std::map<uint32, uint32>& numbers, uint32 key, uint32* valu
   return 0;
 }
 
-int address_unit_get(const octetstring* key, uint32* unit) {
-  if (key->len != IP2LOGICAL_KEY_LEN || memcmp(key->pBuf, "\0\0\1", IP2LOGICAL_KEY_ADDR) != 0) return -1;
-  return number_get(fake.own_addresses, lumenharbour_ip_read(key->pBuf + IP2LOGICAL_KEY_ADDR), unit);
-}
-
 }  // namespace
 
 int zorIndexTrans(const void* key, uint32 kind, uint32* unit) {
   constexpr tPhyIfInfo first_port = {1, 1, 1, 1, 1, 3, 0};
   if (kind == SYS_VLAN2LOGICAL)
     return number_get(fake.vlan_units, static_cast<const tPhyIfInfo*>(key)->virtualnum, unit);
-  if (kind == SYS_IP2LOGICAL) return address_unit_get(static_cast<const octetstring*>(key), unit);
+  const auto* address = static_cast<const octetstring*>(key);
+  if (kind == SYS_IP2LOGICAL && address->len == IP2LOGICAL_KEY_LEN && memcmp(address->pBuf, "\0\0\1", 3) == 0)
+    return number_get(fake.own_addresses, lumenharbour_ip_read(address->pBuf + IP2LOGICAL_KEY_ADDR), unit);
   if (kind != SYS_PHY2LOGICAL_NUM || memcmp(key, &first_port, sizeof(first_port)) != 0) return -1;
   *unit = fake.dhcp_unit;
   return 0;

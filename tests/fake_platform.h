@@ -28,7 +28,7 @@ struct FakePlatform {
   int notifications = 0;                              ///< reads of `DHCPC_IF_LUMENHARBOUR`
   int reboots = 0;                                    ///< requests to restart the switch
   bool no_semaphore = false;                          ///< `OsixCreateMSem` fails
-  bool semaphore = false;                             ///< created and not deleted
+  int semaphores = 0;                                 ///< created and not deleted
   std::vector<std::string> commands;                  ///< shell commands, in order
   std::function<int(const std::string&)> on_command;  ///< result of a shell command; unset: 0
   uint64 free_memory = 1 << 20;                       ///< what the kernel reports; 0: the call fails
