@@ -190,7 +190,8 @@ TEST_F(MainTest, StartUpFailsCleanly) {
 TEST_F(MainTest, FlagsFillTheirWordFromTheTop) {
   const auto word = [&] {
     uint32 value;
-    memcpy(&value, info.sys_mac - sizeof(value), sizeof(value));
+    const size_t place = offsetof(tLumenHarbourInfo, sys_mac) - sizeof(value);
+    memcpy(&value, reinterpret_cast<const char*>(&info) + place, sizeof(value));
     return value;
   };
   EXPECT_EQ(word(), 0U);
