@@ -66,6 +66,8 @@ class Peer {
     const std::string reply = script(body);
     if (reply.empty()) recv(fd, bytes, sizeof bytes, 0);
     send(fd, reply.data(), reply.size(), MSG_NOSIGNAL);
+    shutdown(fd, SHUT_WR);
+    recv(fd, bytes, sizeof bytes, 0);
     close(fd);
   }
   int fd_;
@@ -86,6 +88,7 @@ TEST(MgmtRequest, BytesOnTheWire) {
       {[](auto& d) { d.set_octets(GroupRow{7}, 2, "lab"); }, {13, 2, {integer(7)}, octets("lab")}},
       {[](auto& d) { d.get_octets(BuiltinRow{9}, 4); }, {17, 4, {integer(9)}, room(512)}},
       {[](auto& d) { d.get_octets(ClientRow{8}, 4); }, {21, 4, {integer(8)}, room(512)}},
+      {[](auto& d) { d.set_integer(pid_row, 1, 4); }, {10, 1, {integer(3), integer(5)}, integer(4)}},
       {[](auto& d) { d.next(mac_row); }, {4, 0, mac_index, integer(0), 8}},
       {[](auto& d) { d.next(pid_row); }, {8, 0, {integer(3), integer(5)}, integer(0), 8}},
       {[](auto& d) { d.find_group("floor-2"); }, {23, 8, {octets("floor-2")}, integer(0)}},
@@ -103,24 +106,22 @@ TEST(MgmtRequest, EachTableHasItsFunctions) {
     memcpy(&asked.emplace_back(), body.data() + 4, sizeof(uint32));
     return frame(body);
   });
-  const Daemon daemon = peer.daemon();
-  const auto read_and_set = [&daemon](const Row& row) {
-    daemon.get_integer(row, 1);
-    daemon.set_integer(row, 1, 1);
+  const auto ask = [daemon = peer.daemon()](const auto&... row) {
+    daemon.set_integer(GlobalRow{}, 1, 1);
+    (daemon.template first<std::decay_t<decltype(row)>>(), ...);
+    (daemon.next(row), ...);
+    (daemon.get_integer(row, 1), ...);
+    (daemon.set_integer(row, 1, 1), ...);
   };
-  const auto walk = [&](auto row) {
-    daemon.first<decltype(row)>();
-    daemon.next(row);
-    read_and_set(row);
-  };
-  read_and_set(GlobalRow{});
-  walk(MacMemberRow{});
-  walk(PidMemberRow{});
-  walk(GroupRow{});
-  walk(BuiltinRow{});
-  walk(ClientRow{});
-  EXPECT_EQ((std::vector<uint32>{2, 1, 3, 4, 5, 6, 7, 8, 9, 10, 11, 12, 14, 13, 15, 16, 17, 18, 19, 20, 21, 22}),
-            asked);
+  ask(MacMemberRow{}, PidMemberRow{}, GroupRow{}, BuiltinRow{}, ClientRow{});
+  EXPECT_EQ((std::vector<uint32>{1, 3, 7, 11, 15, 19, 4, 8, 12, 16, 20, 5, 9, 14, 17, 21, 6, 10, 13, 18, 22}), asked);
+}
+
+/// @return queries for the global attributes 1 to `count`, every second one an octet string.
+std::vector<Query> queries(uint32 count) {
+  std::vector<Query> all;
+  for (uint32 cmd = 1; cmd <= count; cmd++) all.emplace_back(GlobalRow{}, cmd, cmd % 2 == 0);
+  return all;
 }
 
 TEST(MgmtReply, FailuresAreToldApart) {
@@ -146,12 +147,58 @@ TEST(MgmtReply, FailuresAreToldApart) {
     EXPECT_EQ(c.status, result.status) << c.name;
     EXPECT_EQ(c.status == Status::refused ? ERR_ZOR_NOTFOUND : 0, result.code) << c.name;
   }
-  const Daemon absent({testing::TempDir() + "no-such-socket", 50});
-  EXPECT_EQ(Status::unreachable, absent.get_integer(GlobalRow{}, 1).status);
-  EXPECT_NE(std::string::npos, absent.explain({Status::unreachable, ENOENT}).find("no-such-socket"));
-  EXPECT_EQ("ERR_ZOR_NOTSTARTED: the service is stopped", absent.explain({Status::refused, ERR_ZOR_NOTSTARTED}));
+  const Daemon absent({"/no/such/socket", 50});
+  std::vector<Query> all = queries(9);
+  absent.get_all(all);
+  for (const Query& query : all) EXPECT_EQ(Status::unreachable, query.reply.status) << query.cmd;
+  EXPECT_EQ(ENOENT, Daemon({std::string(107, 'x')}).find_group("").code);
+  EXPECT_EQ(ENAMETOOLONG, Daemon({std::string(108, 'x')}).find_group("").code);
   EXPECT_EQ(Status::unreachable, absent.set_octets(GlobalRow{}, 9, std::string(1481, 'x')).status);
   EXPECT_EQ(Status::unsendable, absent.set_octets(GlobalRow{}, 9, std::string(1482, 'x')).status);
+}
+
+TEST(MgmtReply, FailuresAreToldInWords) {
+  const Result results[] = {{Status::done},
+                            {Status::none},
+                            {Status::refused, 7},
+                            {Status::refused, ERR_ZOR_NOTSTARTED},
+                            {Status::refused, ERR_BARE_NOMEM},
+                            {Status::refused, ERR_BARE_INVALID},
+                            {Status::undecodable},
+                            {Status::broken},
+                            {Status::unreachable, ENOENT},
+                            {Status::timed_out},
+                            {Status::unsendable}};
+  std::string said;
+  for (const Result& result : results) said += Daemon({"/no/such/socket", 50}).explain(result) + '\n';
+  EXPECT_EQ(
+      "done\n"
+      "there is none\n"
+      "the daemon refused it without a reason (code 7)\n"
+      "ERR_ZOR_NOTSTARTED: the service is stopped\n"
+      "ERR_BARE_NOMEM: there is no free record, or not enough memory\n"
+      "ERR_BARE_INVALID: the group type is out of range\n"
+      "the daemon could not decode the request\n"
+      "the daemon closed the connection early or sent a broken reply\n"
+      "no daemon reached on /no/such/socket: No such file or directory\n"
+      "the daemon on /no/such/socket did not answer within 50 ms\n"
+      "the value does not fit a request\n",
+      said);
+}
+
+TEST(MgmtReply, AFullQueueIsWaitedForAsLongAsForAnAnswer) {
+  const std::string path = testing::TempDir() + "ctl_test." + std::to_string(getpid());
+  sockaddr_un addr{AF_UNIX, {}};
+  path.copy(addr.sun_path, sizeof addr.sun_path - 1);
+  const int fds[] = {socket(AF_UNIX, SOCK_STREAM, 0), socket(AF_UNIX, SOCK_STREAM, 0)};
+  EXPECT_EQ(0, bind(fds[0], reinterpret_cast<sockaddr*>(&addr), sizeof addr));
+  EXPECT_EQ(0, listen(fds[0], 0));
+  EXPECT_EQ(0, connect(fds[1], reinterpret_cast<sockaddr*>(&addr), sizeof addr));
+  const auto start = std::chrono::steady_clock::now();
+  EXPECT_EQ(Status::timed_out, Daemon({path, 1050}).get_integer(GlobalRow{}, 1).status);
+  EXPECT_LE(std::chrono::milliseconds(1050), std::chrono::steady_clock::now() - start);
+  unlink(path.c_str());
+  for (const int fd : fds) close(fd);
 }
 
 TEST(MgmtReply, ValuesComeBack) {
@@ -164,16 +211,12 @@ TEST(MgmtReply, ValuesComeBack) {
   EXPECT_EQ(Status::done, Peer(empty).daemon().get_octets(GlobalRow{}, 9).status);
   const auto half = [](auto& b) { return patched(b, 40, section(1, raw(uint16{5})) + section(1, raw(MAC))); };
   EXPECT_EQ(Status::broken, Peer(half).daemon().next(MacMemberRow{}).status);
+  const auto five = [](auto& b) { return patched(b, b.size() - 4, raw(5U)); };
+  EXPECT_EQ(5U, Peer(five).daemon().find_group("floor-2").value.id);
+  EXPECT_EQ(5U, Peer(five).daemon().free_group().value.id);
   const auto nobody = [](auto& b) { return patched(b, 12, raw(int32{-1})); };
   EXPECT_EQ(Status::none, Peer(nobody).daemon().find_group("floor-2").status);
   EXPECT_EQ(Status::none, Peer(frame).daemon().free_group().status) << "only a director changes the number";
-}
-
-/// @return queries for the global attributes 1 to `count`, every second one an octet string.
-std::vector<Query> queries(uint32 count) {
-  std::vector<Query> all;
-  for (uint32 cmd = 1; cmd <= count; cmd++) all.emplace_back(GlobalRow{}, cmd, cmd % 2 == 0);
-  return all;
 }
 
 /// Answers with the number of the attribute, which stands at 20; the value section starts at 33.
@@ -203,6 +246,10 @@ TEST(MgmtReply, ManyAreGivenUpTogether) {
 TEST(MgmtReply, AnnouncementIsAnsweredByADirectorOnly) {
   const tLumenHarbourClientInfo client = {{}, 7, {}, AF_INET, 1};
   EXPECT_EQ(Status::none, Peer(frame).daemon().announce(client).status);
+  const auto refused = [](auto& b) { return patched(b, 12, raw(ERR_BARE_NOMEM)); };
+  EXPECT_EQ(Status::refused, Peer(refused).daemon().announce(client).status);
+  const auto empty = [](auto& b) { return patched(b, 33, section(0, "")); };
+  EXPECT_EQ(Status::broken, Peer(empty).daemon().announce(client).status);
   // The record starts at 37, its lengths and names 28 bytes behind.
   const auto director = [](auto& b) { return patched(b, 65, raw(9U) + raw(0U) + "floor.txt"); };
   const Reply<FileNames> names = Peer(director).daemon().announce(client);
