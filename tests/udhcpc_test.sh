@@ -31,10 +31,15 @@ eventually() { # eventually LOG COMMAND...: tries it until it succeeds, or shows
   await -l "$@" || failed=1
 }
 
+tool() { # tool FILE LINE: a program of the test's own
+  mkdir -p "$(dirname "$1")"
+  printf '#!/bin/sh\n%s\n' "$2" >"$1"
+  chmod +x "$1"
+}
+
 # A daemon that never answers, while there is no other.
-mkdir "$dir/mute"
-printf '#!/bin/sh\necho $$ >"%s"\nexec sleep 600\n' "$dir/mute/pid" >"$dir/mute/lumenharbourd"
-chmod +x "$dir/mute/lumenharbourd"
+tool "$dir/mute/lumenharbourd" "trap '' TERM; echo \$\$ >$dir/mute/pid; exec sleep 600"
+tool "$dir/mute/lumenharbourctl" "echo >>$dir/mute/asked; exec $3 \"\$@\""
 PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/mute/err" &
 mute=$!
 
@@ -112,9 +117,7 @@ names=$(sed -nE 's/^    ([0-9]+)\) take_.* \((.*)\)" .*/| \1 | \2 /p' "$script")
 
 for shell in 'busybox ash' dash; do
   mkdir -p "$dir/hooks.d/directory"
-  # shellcheck disable=SC2016 # for the hook to expand
-  printf '#!/bin/sh\necho "$1 $interface" >>"%s"\n' "$dir/chained" >"$dir/hooks.d/50-other"
-  chmod +x "$dir/hooks.d/50-other"
+  tool "$dir/hooks.d/50-other" "echo \"\$1 \$interface\" >>$dir/chained"
   for event in deconfig nak leasefail; do
     rm -rf "$dir/lease"
     run "$shell" bound opt43=010162
@@ -199,12 +202,18 @@ kill -0 "$switch" || fail 'a stale pid file' 'its process left alone' 'no proces
 
 # --- the start script -------------------------------------------------------------------------------------------------
 
-start() { # start DIRECTOR-FILE [SHELL]: each of its processes holds a lock
+# start DIRECTOR-FILE [SHELL]: each of its processes holds a lock
+start() {
   export LUMENHARBOUR_DIRECTOR_FILE=$1
   : >"$dir/start"
   # shellcheck disable=SC2086 # two words for BusyBox
   flock -F "$dir/lock" ${2:-sh} "$source/packaging/lumenharbour-start" >>"$dir/start" 2>&1 &
   started=$!
+}
+daemon() { cut -d ' ' -f 1 "/proc/$started/task/$started/children"; }
+told() { # told LINES: all that it has told, without reasons of lumenharbourctl's
+  found=$(sed -n 's/^lumenharbour-start: //; t told; d; :told; s/: lumenharbourctl: .*//; p' "$dir/start")
+  [ "$found" = "$1" ] || fail "lumenharbour-start $LUMENHARBOUR_DIRECTOR_FILE" "$1" "$(cat "$dir/start")"
 }
 ends() { # ends STATUS [PROCESS]: by SIGTERM, or by SIGKILL of its daemon, with nothing left behind
   if [ $# = 1 ]; then kill $started; else kill -KILL "$2"; fi
@@ -214,66 +223,103 @@ ends() { # ends STATUS [PROCESS]: by SIGTERM, or by SIGKILL of its daemon, with 
   flock -n "$dir/lock" true || fail 'end of lumenharbour-start' 'no process' 'some'
 }
 
+# Each use of ip is a line; 10 s take 0.1 s, and 2 s 0.2 s.
+tool "$dir/quick/ip" "echo >>$dir/looks; exec $(command -v ip) \"\$@\""
+tool "$dir/small/ip" "echo >>$dir/looks; exec busybox ip \"\$@\""
+tool "$dir/quick/sleep" "echo \"\$1\" >>$dir/slept; exec busybox sleep \"0.\$1\""
+
 wait $mute
-found="$? $(cat "$dir/mute/err")"
-[ "$found" = '1 lumenharbour-start: the daemon did not answer within 10 s and was killed' ] ||
-  fail 'mute daemon' 1 "$found"
+found="$? $(wc -l <"$dir/mute/asked") $(cat "$dir/mute/err")"
+[ "$found" = '1 11 lumenharbour-start: the daemon did not answer within 10 s and was killed' ] ||
+  fail 'mute daemon' '1 11' "$found"
 kill -0 "$(cat "$dir/mute/pid")" 2>/dev/null && fail 'mute daemon' killed alive
 ip link set lo up
-echo '{"director": {"address": "127.0.0.1"}, "defaults": {"image": "v1.bin"}}' >"$dir/director.yaml"
+director='{"director": {"address": "127.0.0.1"}, "defaults": {"image": "v1.bin"}'
+echo "$director}" >"$dir/director.yaml"
 echo SOCKET_GROUP=root CLIENTS=8 BUILTINS=1x >"$dir/conf"
-LUMENHARBOUR_CONF=$dir/conf CLIENTS=7 start "$dir/director.yaml"
+PATH=$dir/quick:$PATH LUMENHARBOUR_CONF=$dir/conf CLIENTS=7 start "$dir/director.yaml"
 lumenharbourctl --timeout 30 wait --for default-image=v1.bin --for client-max=7 ||
   fail lumenharbour-start 'a director of 7 clients' "$(cat "$dir/start")"
-"$source/packaging/lumenharbour-start" 2>"$dir/err"
-found="$? $(cat "$dir/err")"
-[ "$found" = '1 lumenharbour-start: a daemon runs already on /tmp/lumenHarbour.socket; end it first' ] ||
-  fail 'a second daemon' 1 "$found"
-grep -q "BUILTINS is '1x', expected a number" "$dir/start" || fail 'a bad number' 'a complaint' "$(cat "$dir/start")"
+for signal in STOP CONT; do # one that fetches does not answer either
+  kill -$signal "$(daemon)"
+  "$source/packaging/lumenharbour-start" 2>"$dir/err"
+  found="$? $(cat "$dir/err")"
+  [ "$found" = '1 lumenharbour-start: a daemon runs already on /tmp/lumenHarbour.socket; end it first' ] ||
+    fail "a second daemon, the first after SIG$signal" 1 "$found"
+done
 [ "$(stat -c %a /tmp/*.socket)" = 660 ] || fail 'socket for a group' 660 "$(stat /tmp/*.socket)"
 ends 143
-echo 'grops: []' >"$dir/director.yaml"
-start "$dir/director.yaml"
-eventually "$dir/start" grep -q "GOES ON WITHOUT $dir/director.yaml: .*'grops'" "$dir/start"
-lumenharbourctl --timeout 30 wait --for role=client || fail lumenharbour-start 'a client' "$(cat "$dir/start")"
-ends 143
+told "BUILTINS is '1x', expected a number; the default holds"
+[ ! -e "$dir/slept" ] || fail 'a director that has its address' 'no pause' "$(cat "$dir/slept")"
+for state in 'grops: []' "$director, groups: [{name: a, type: mac}, {name: b, type: mac}]}"; do
+  echo "$state" >"$dir/director.yaml"
+  GROUPS_MAX=1 BUILTINS=1234567890 SOCKET_GROUP=none start "$dir/director.yaml"
+  eventually "$dir/start" grep -q DIRECTOR "$dir/start"
+  ends 143
+  told "BUILTINS is '1234567890', expected a number; the default holds
+group none cannot use the socket
+THIS DIRECTOR GOES ON WITHOUT $dir/director.yaml"
+done
 
-# An address that comes up late, also where ip cannot monitor. Two seconds are a fifth, and ten a tenth.
-mkdir "$dir/quick" "$dir/small"
-# shellcheck disable=SC2016 # for the script to expand
-printf '#!/bin/sh\nexec busybox sleep "0.$1"\n' >"$dir/quick/sleep"
-chmod +x "$dir/quick/sleep"
-ln -s "$(command -v busybox)" "$dir/small/ip"
-echo '{"director": {"address": "198.51.100.1"}, "defaults": {"image": "v1.bin"}}' >"$dir/director.yaml"
-waits="THIS DIRECTOR WAITS FOR ITS ADDRESS, WITHOUT $dir/director.yaml: "
+# An address that comes up late, also where ip cannot monitor.
+# shellcheck disable=SC2317 # change has it called
+stirred() { # an address that nobody waits for comes and goes
+  "$ip" address add 198.51.100.9/32 dev lease0
+  "$ip" address del 198.51.100.9/32 dev lease0
+  [ "$(wc -l <"$dir/looks")" -gt "$looks" ]
+}
+change() { # change [WORD...]: of addresses; the second look from then on sees it, and the third comes when that is done
+  [ $# = 0 ] || ip address "$@" dev lease0
+  for _ in 1 2 3; do
+    looks=$(wc -l <"$dir/looks")
+    eventually "$dir/start" stirred
+  done
+}
+ip=$(command -v ip)
+echo "${director/127.0.0/198.51.100}}" >"$dir/director.yaml"
 for shell in 'busybox ash' dash; do
-  for path in "$dir/quick" "$dir/quick:$dir/small"; do
+  for path in "$dir/quick" "$dir/small:$dir/quick"; do
+    # A switch without a director's file, that an operator tells the address.
+    : >"$dir/looks"
+    PATH=$path:$PATH start /nowhere "$shell"
+    for address in 198.51.100.3/32 '198.51.100.5 peer 198.51.100.4/32'; do
+      eventually "$dir/start" lumenharbourctl director address "${address%%[/ ]*}"
+      change
+      # shellcheck disable=SC2086 # several words
+      change add $address
+    done
+    ends 137 "$(daemon)"
+    told "the director's address 198.51.100.3 has come up: this switch is the director
+the director's address 198.51.100.5 has come up: this switch is the director"
+
+    # One with a file, whose daemon is busy when the address comes up, and whose role an operator ends.
+    : >"$dir/looks"
     PATH=$path:$PATH start "$dir/director.yaml" "$shell"
-    eventually "$dir/start" grep -q "$waits" "$dir/start"
-    read -r daemon _ <"/proc/$started/task/$started/children"
-    ends 137 "$daemon"
-    PATH=$path:$PATH start "$dir/director.yaml" "$shell"
-    eventually "$dir/start" grep -q "$waits" "$dir/start"
-    ip address add 198.51.100.1/32 dev lease0
-    eventually "$dir/start" lumenharbourctl -t 1 wait --for default-image=v1.bin
-    # What the operator has undone stays so, until the address comes up that he names.
+    eventually "$dir/start" grep -q 'WAITS.*198.51.100.1 is no address' "$dir/start"
+    change
+    if [ "$shell $path" = "dash $dir/quick" ]; then
+      kill -STOP "$(daemon)"
+      ip address add 198.51.100.1/32 dev lease0
+      eventually "$dir/start" grep -qx 1 "$dir/slept" # before it asks again
+      kill -CONT "$(daemon)"
+    else
+      ip address add 198.51.100.1/32 dev lease0
+    fi
+    change
+    lumenharbourctl get default-image | grep -qx v1.bin || fail "$shell, $path" v1.bin "$(cat "$dir/start")"
     lumenharbourctl director stop
-    ip address add 198.51.100.2/32 dev lease0
-    lumenharbourctl director address 198.51.100.3 2>/dev/null
-    ip address add 198.51.100.3 peer 198.51.100.4/32 dev lease0
-    eventually "$dir/start" grep -q 100.3 "$dir/start"
-    found=$(grep ^lumenharbour-start: "$dir/start" | cut -d ' ' -f 2-)
-    expected="$waits*198.51.100.1 is no address *
-this director's address has come up, it has $dir/director.yaml
-the director's address 198.51.100.3 has come up: this switch is the director"
-    # shellcheck disable=SC2053 # a pattern
-    [[ $found = $expected ]] || fail "$shell, $path: late addresses" "$expected" "$found"
+    change add 198.51.100.2/32
     ends 143
+    told "THIS DIRECTOR WAITS FOR ITS ADDRESS, WITHOUT $dir/director.yaml
+this director's address has come up, it has $dir/director.yaml"
     ip address flush dev lease0 to 198.51.100.0/24
   done
 done
 
-printf '#!/bin/sh\nexit 3\n' >"$dir/mute/lumenharbourd"
+found=$(sort -nu "$dir/slept" | tr '\n' ' ')
+[ "$found" = '1 2 10 ' ] || fail 'pauses of lumenharbour-start' '1 2 10 ' "$found"
+
+tool "$dir/mute/lumenharbourd" 'exit 3'
 PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/err"
 [ $? = 3 ] || fail 'a daemon that ends' 'exit 3' "$(cat "$dir/err")"
 PATH=/nowhere /bin/sh "$source/packaging/lumenharbour-start" 2>"$dir/err"
