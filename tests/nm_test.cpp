@@ -8,7 +8,8 @@
 
 namespace {
 
-constexpr uint32 OWN = ip4(192, 0, 2, 1), FOREIGN = ip4(192, 0, 2, 99);
+constexpr uint32 OWN = ip4('o', 'w', 'n', 1);
+const std::string OWN_IP = "own\1", FOREIGN_IP = "away", NO_IP(4, '\0');
 constexpr uint32 TOO_MANY = 0xFFFFFFFF;  // records: no machine has the memory
 constexpr int NONE = ERR_ZOR_NOTFOUND, EXISTS = ERR_ZOR_EXISTS, BAD = ERR_ZOR_UNSUPPORTED, SHORT = ERR_ZOR_BUFSHORT;
 constexpr uint32 GLOBAL_SET = LUMENHARBOUR_GLOBAL_SETAPI, GLOBAL_GET = LUMENHARBOUR_GLOBAL_GETAPI,
@@ -73,6 +74,11 @@ class NmTest : public DaemonTest {
       std::string messages = "[LumenHarbour]" + banner + "cmd = " + std::to_string(cmd) + ".\r\n";
       if (!line.empty()) messages += "[LumenHarbour] " + line + "\r\n";
       if (!result.empty()) messages += "[LumenHarbour]" + result + "rc = " + std::to_string(rc) + ".\r\n";
+      // A value of the other kind never gets to the handler, but for one that looks at none.
+      const Value wrong = value.type == ADR_TYPE_INT32 ? Value("12345678") : Value(0x41414141);
+      if (rc == 0 && func != CLIENT_SET) {
+        EXPECT_EQ(run(func, index, wrong, cmd), BAD) << messages;
+      }
       Request request(func, cmd, index, value);
       fake.output.clear();
       info.debug = 1;
@@ -86,11 +92,7 @@ class NmTest : public DaemonTest {
   static void play(uint32 func, const Step& step) { play(func, std::span(&step, 1)); }
 
   static int set(uint32 cmd, const Value& value) { return global_set(cmd, value).run(); }
-  static int set_ip(uint32 ip) {
-    uint8 bytes[4];
-    lumenharbour_ip_write(ip, bytes);
-    return set(LUMENHARBOUR_GLB_DIRECTORIP, raw(bytes));
-  }
+  static int set_ip(const std::string& bytes) { return set(LUMENHARBOUR_GLB_DIRECTORIP, bytes); }
   static std::string get(uint32 cmd, const Value& value) {
     Request request = global_get(cmd, value);
     EXPECT_EQ(request.run(), 0) << cmd;
@@ -101,7 +103,7 @@ class NmTest : public DaemonTest {
   void become_director() {
     fake.own_addresses[OWN] = 5;
     start_client();
-    ASSERT_EQ(set_ip(OWN), 0);
+    ASSERT_EQ(set_ip(OWN_IP), 0);
     ASSERT_EQ(info.role, LUMENHARBOUR_ROLE_DIRECTOR);
   }
 
@@ -145,11 +147,9 @@ TEST_F(NmTest, AStoppedServiceTakesOnlyStateAndDebug) {
 TEST_F(NmTest, TheDirectorAddressDecidesTheRole) {
   constexpr uint32 ADDRESS = LUMENHARBOUR_GLB_DIRECTORIP;
   start_client();
-  const Step steps[] = {{ADDRESS, "123", ERR_ZOR_BADLEN},
-                        {ADDRESS, "12345", ERR_ZOR_BADLEN},
-                        {ADDRESS, room(4), 0},
-                        {ADDRESS, "1234", 0, "1234", "Failed to get ifunit from director-ip!"}};
-  play(GLOBAL_SET, steps);
+  for (const char* wrong : {"123", "12345"}) play(GLOBAL_SET, {ADDRESS, wrong, ERR_ZOR_BADLEN});
+  play(GLOBAL_SET, {ADDRESS, NO_IP});
+  play(GLOBAL_SET, {ADDRESS, FOREIGN_IP, 0, FOREIGN_IP, "Failed to get ifunit from director-ip!"});
   EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_CLIENT);
   EXPECT_TRUE(timer_runs());
   info.debug = 1;
@@ -157,25 +157,24 @@ TEST_F(NmTest, TheDirectorAddressDecidesTheRole) {
   EXPECT_TRUE(fake.output.ends_with("4.\r\n[LumenHarbour] The device becomes the director!\n\r")) << fake.output;
   info.debug = 0;
   fake.own_addresses[0] = 9;  // 0 stands for no address, whatever the platform says
-  for (const uint32 leave : {FOREIGN, 0U}) {
+  for (const std::string& leave : {FOREIGN_IP, NO_IP}) {
     EXPECT_FALSE(timer_runs());  // the client role was stopped
-    EXPECT_EQ(get(ADDRESS, room(4)), std::string("\xC0\x00\x02\x01", 4));
+    EXPECT_EQ(get(ADDRESS, room(4)), OWN_IP);
     EXPECT_EQ(get(ADDRESS, "abc"), "abc");
     fake.own_addresses[OWN] = 6;
-    EXPECT_EQ(set_ip(OWN), 0);
+    EXPECT_EQ(set_ip(OWN_IP), 0);
     EXPECT_EQ(info.if_unit, 5U);  // the director keeps the unit that it started on
     EXPECT_EQ(set_ip(leave), 0);
     EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_CLIENT);
     EXPECT_EQ(info.client_tbl, nullptr);
-    EXPECT_EQ(info.director_ip, leave);
+    EXPECT_EQ(get(ADDRESS, room(4)), leave == NO_IP ? "" : leave);
     EXPECT_FALSE(timer_runs());  // the client role waits for management
     become_director();
   }
-  set_ip(0);
-  EXPECT_EQ(get(ADDRESS, room(4)), "");
 
+  set_ip(NO_IP);
   info.builtin_grp_max_num = TOO_MANY;  // a director role that cannot start leaves the address behind
-  EXPECT_EQ(set_ip(OWN), ERR_BARE_NOMEM);
+  EXPECT_EQ(set_ip(OWN_IP), ERR_BARE_NOMEM);
   EXPECT_EQ(info.director_ip, OWN);
   EXPECT_EQ(info.role, LUMENHARBOUR_ROLE_CLIENT);
 }
@@ -191,7 +190,7 @@ TEST_F(NmTest, TheDirectorStateNeedsAnOwnAddressAndLeavesTheClientRolesTimer) {
                      "Remove imagelsit file: ." + AND + "Flush director database." + AND + "Free memory."};
   const Step type_first[] = {{TYPE, 0x1E, 0, "14"}, unset};
   play(GLOBAL_SET, type_first);
-  set_ip(OWN);
+  set_ip(OWN_IP);
   const Step then_address[] = {foreign, {TYPE, 0x10, 0, "0"}, unset, {TYPE, 1, 0, "1"}};
   play(GLOBAL_SET, then_address);
   fake.own_addresses[OWN] = 5;
@@ -474,8 +473,8 @@ TEST_F(NmTest, WalksAndDumpsGoByPlaceAndMembersFromTheNewest) {
   EXPECT_EQ(dump(lumenharbour_builtin_grp_show), "id = 0, pid = 500, type = 2, name = built_in0\n\r" + no_files +
                                                      "id = 2, pid = 400, type = 2, name = built_in2\n\r" + no_files);
   EXPECT_EQ(dump(lumenharbour_client_show),
-            "\n\r index 2, pid 9, ip = 192.0.2.1, mac = 6d:65:6d:62:65:72"
-            "\n\r index 0, pid 0, ip = 192.0.2.1, mac = 00:00:00:00:00:00");
+            "\n\r index 2, pid 9, ip = 111.119.110.1, mac = 6d:65:6d:62:65:72"
+            "\n\r index 0, pid 0, ip = 111.119.110.1, mac = 00:00:00:00:00:00");
   EXPECT_EQ(dump(lumenharbour_mem_show),
             "client_free_tbl = 7\n\r client_used_tbl = 2\n\r custom_grp_free_tbl = 8\n\r custom_grp_used_tbl = 2\n\r "
             "builtin_grp_free_tbl = 8\n\r builtin_grp_used_tbl = 2\n\r grpid_free_tbl = 6\n\r \n\r grp size = *"
@@ -505,7 +504,7 @@ TEST_F(NmTest, TheGlobalRecordIsReadAndPrinted) {
             " enable: 1 \n\r role: 2 \n\r grpid_max_num: 11 \n\r custom_grp_max_num: 4 \n\r"
             " builtin_grp_max_num: 10 \n\r client_max_num: 14 \n\r io_default_path: /tmp \n\r"
             " sys_mac: 00:11:22:33:44:55 \n\r\n\r"
-            " director ip: c0000201 \n\r if_unit: 5 \n\r ftp_server: a0b \n\r ftp_username: user \n\r"
+            " director ip: 6f776e01 \n\r if_unit: 5 \n\r ftp_server: a0b \n\r ftp_username: user \n\r"
             " ftp_password: secret \n\r\n\r"
             " rcv_imagelist_name: r.txt \n\r rcv_image_name: r.bin \n\r image_version: 1.0 \n\r"
             " rcv_config_name: r.cfg \n\r auth_msg: hello \n\r\n\r"
