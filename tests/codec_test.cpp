@@ -36,6 +36,9 @@ TEST(CodecTest, ReplyIsWrittenIntoTheRequest) {
   EXPECT_EQ(adr_encodedata(&adr, ADR_TYPE_OCTETS, 4, msg.bytes() + 34), 0);
   EXPECT_EQ(adr_count(&adr), sizeof(msg));
   EXPECT_EQ(msg, want);
+  static uint8 big[ADR_ELEMENT_HEAD + 0x10000];
+  adr_start(&adr, big, sizeof(big));
+  EXPECT_EQ(adr_encodedata(&adr, ADR_TYPE_OCTETS, 0x10000, big), -1) << "more than a length field can say";
 }
 
 TEST(CodecTest, HeaderElementsAreCheckedByteForByte) {
