@@ -44,7 +44,7 @@ TEST_F(CmdTest, RefusesWhatItCannotDecodeAndSaysWhy) {
   EXPECT_EQ(refusal(Request(3, 1, {0}, 0)), "[LumenHarbour] Invalid index number 1 for func 3\r\n!");
   EXPECT_EQ(refusal(spoilt(get, get.value_pos, 4)), "[LumenHarbour] Decode data ERROR, value = 4!");
   EXPECT_EQ(refusal(global_get(1, {ADR_TYPE_INT32, "12345"})), "[LumenHarbour] Invalid shortVal 5, type is 2!");
-  EXPECT_EQ(refusal(global_get(1, {ADR_TYPE_INT64, "1234567"})), "[LumenHarbour] Invalid shortVal 7, type is 4!");
+  EXPECT_EQ(refusal(global_get(1, {ADR_TYPE_INT64, "123456789"})), "[LumenHarbour] Invalid shortVal 9, type is 4!");
   EXPECT_EQ(refusal(cut(text, text.body.size() - 1)), "[LumenHarbour] Invalid shortVal 3, type is 0!");
 }
 

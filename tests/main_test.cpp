@@ -145,7 +145,7 @@ TEST_F(MainTest, StartUpFailsCleanly) {
   lumenharbour_shutdown();
   fake.output.clear();
   const auto init = [](uint32 role, uint32 enable) {
-    return lumenharbour_init(1, 2, 3, role, enable, nullptr, nullptr);
+    return lumenharbour_init(1, 2, 3, role, enable, dhcpcIfGetApi, nullptr);
   };
   const auto fail = [&] {
     EXPECT_EQ(init(0, 0), -1);
@@ -178,6 +178,7 @@ TEST_F(MainTest, StartUpFailsCleanly) {
     EXPECT_EQ(info.custom_grp_max_num, 2U);
     EXPECT_EQ(info.builtin_grp_max_num, 3U);
     EXPECT_EQ(info.grpid_max_num, 2U);
+    EXPECT_EQ(info.api_func, dhcpcIfGetApi);
     EXPECT_EQ(lumenharbour_init(9, 9, 9, 0, 0, nullptr, nullptr), 0);  // a second start-up changes nothing
     EXPECT_EQ(info.client_max_num, 1U);
     lumenharbour_disable();

@@ -80,6 +80,7 @@ class NmTest : public DaemonTest {
         EXPECT_EQ(run(func, index, wrong, cmd), BAD) << messages;
       }
       Request request(func, cmd, index, value);
+      request.body += "what is behind a value is not of it";
       fake.output.clear();
       info.debug = 1;
       EXPECT_EQ(request.run(), rc) << messages;
