@@ -52,7 +52,7 @@ TEST_F(TimerTest, TimeoutIsClampedAndExpiryDoesNotWrap) {
   }
   start('b', UINT64_MAX - fake.clock - 1);
   EXPECT_EQ(check_after(UINT64_MAX - fake.clock), "ba");
-  fake.clock = 8;
+  fake.clock = 9;
   fake.clock_speed = 4;
   for (const auto& [ticks, wait] : {std::pair<uint64, uint32>{1, 1}, {4, 1}, {5, 2}, {400, 100}}) {
     start('a', ticks);
