@@ -133,4 +133,12 @@ expect 2 "! *NAME*; see 'lumenharbourctl group add --help'" group add 3
 expect 2 "! standard input:[23]: *; expected YAML or JSON" apply - <<<'groups: [{name: a'
 expect 0 $'Set an attribute of a group\n*\nAttributes:\n  status                      one of activate, *' group set -h
 expect 0 $'Controls *\n  show   *\nA switch *: 0 done, *, 5 no answer in time.' help
+# The daemon's own version, and what becomes of descriptors that nobody opened for it: none may be a requester's.
+[ "$("$daemon" --version)" = "$("$ctl" --version | sed 's/ctl/d/')" ] || fail version "$("$ctl" --version)" "$("$daemon" --version)"
+stop_daemon
+"$daemon" <&- >&- 2>&- &
+pid=$!
+eventually "$ctl" get state
+found=$(readlink /proc/$pid/fd/[012])
+[ "$found" = $'/dev/null\n/dev/null\n/dev/null' ] || fail 'closed descriptors' /dev/null "$found"
 [ "$failed" = 0 ]
