@@ -71,7 +71,7 @@ class NmTest : public DaemonTest {
     for (const auto& [cmd, value, rc, reads, says] : steps) {
       std::string line = says.empty() ? usual : says;
       if (line.ends_with("= ")) line = cmd == STATUS ? line + value.text() + "." : "";
-      std::string messages = "[LumenHarbour]" + banner + "cmd = " + std::to_string(cmd) + ".\r\n";
+      std::string messages = "[LumenHarbour]" + banner + "cmd = " + std::to_string(static_cast<long>(cmd)) + ".\r\n";
       if (!line.empty()) messages += "[LumenHarbour] " + line + "\r\n";
       if (!result.empty()) messages += "[LumenHarbour]" + result + "rc = " + std::to_string(rc) + ".\r\n";
       // A value of the other kind never gets to the handler, but for one that looks at none.
