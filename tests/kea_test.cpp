@@ -37,38 +37,47 @@ TEST(KeaClient, OursByOption60) {
 }
 
 TEST(KeaParameters, AreCheckedByName) {
+  const std::string text = "a text of 1 to 255 bytes without control characters";
+  const std::string word = "a text without blanks and characters that a shell interprets";
+  const std::string address = "an IPv4 address such as \"192.0.2.1\"";
+  const std::string ms = "a number of milliseconds from 1 to 60000";
+  const std::string seconds = "a number of seconds from 0 to 4294967295";
+  const std::string path = "the path of the director's socket, of at most 107 bytes";
   const struct {
     std::string name;
     Parameter value;
-    const char* wrong;  // part of what is told; null for a good one
+    std::string expected;  // empty when the value is good
   } cases[] = {
-      {"socket", "/run/x", nullptr},
-      {"socket", std::string(108, 'x'), "'socket': expected the path"},
-      {"timeout-ms", std::int64_t{1}, nullptr},
-      {"timeout-ms", std::int64_t{0}, "'timeout-ms': expected a number"},
-      {"timeout-ms", "200", "'timeout-ms'"},
-      {"timeout-ms", std::int64_t{60001}, "'timeout-ms'"},
-      {"tftp-server", "192.0.2.1", nullptr},
-      {"tftp-server", "192.0.2", "'tftp-server': expected an IPv4 address"},
-      {"ftp-server", Parameter(), "'ftp-server'"},
-      {"ftp-password", "a\nb", "'ftp-password': expected a text"},
-      {"ftp-password", "a$b", "'ftp-password': expected a text without blanks"},
-      {"ftp-username", "~a", "'ftp-username'"},
-      {"auth-msg", "a $b", nullptr},
-      {"auth-msg", std::string(256, 'x'), "'auth-msg'"},
-      {"image-file", "", "'image-file'"},
-      {"reboot-time", std::int64_t{4294967295}, nullptr},
-      {"reboot-time", std::int64_t{4294967296}, "'reboot-time'"},
-      {"reboot-tine", std::int64_t{1}, "'reboot-tine' is unknown: expected one of socket, timeout-ms"},
+      {"socket", std::string(107, 'x'), ""},
+      {"socket", std::string(108, 'x'), path},
+      {"socket", "", path},
+      {"timeout-ms", std::int64_t{1}, ""},
+      {"timeout-ms", std::int64_t{60000}, ""},
+      {"timeout-ms", std::int64_t{0}, ms},
+      {"timeout-ms", std::int64_t{60001}, ms},
+      {"timeout-ms", "200", ms},
+      {"tftp-server", "192.0.2", address},
+      {"ftp-server", Parameter(), address},
+      {"ftp-password", "a\nb", text},
+      {"ftp-password", "a$b", word},
+      {"ftp-username", "~a", word},
+      {"auth-msg", "a $b", ""},
+      {"auth-msg", std::string(255, 'x'), ""},
+      {"auth-msg", std::string(256, 'x'), text},
+      {"image-file", "", text},
+      {"reboot-time", std::int64_t{4294967295}, ""},
+      {"reboot-time", std::int64_t{4294967296}, seconds},
   };
-  for (const auto& c : cases) {
+  for (const auto& [name, value, expected] : cases) {
     Settings settings;
-    const std::string wrong = set_parameter(&settings, c.name, c.value);
-    if (c.wrong == nullptr)
-      EXPECT_EQ("", wrong) << c.name;
-    else
-      EXPECT_NE(std::string::npos, wrong.find(c.wrong)) << wrong;
+    const std::string wrong = expected.empty() ? "" : "parameter '" + name + "': expected " + expected;
+    EXPECT_EQ(wrong, set_parameter(&settings, name, value)) << name;
   }
+  Settings settings;
+  EXPECT_EQ(
+      "parameter 'reboot-tine' is unknown: expected one of socket, timeout-ms, tftp-server, ftp-server, ftp-username, "
+      "ftp-password, reboot-time, auth-msg, image-file",
+      set_parameter(&settings, "reboot-tine", std::int64_t{1}));
 }
 
 TEST(KeaParameters, LeaveAPartOfTheTimeOutToTheServer) {
@@ -158,6 +167,7 @@ TEST(KeaDirector, IsAskedSeldomWhileAway) {
   EXPECT_TRUE(director.is_away());
   EXPECT_EQ(Director::News::none, director.answered(false)) << "told once";
   EXPECT_FALSE(director.is_worth_asking(start + 999ms, 200ms));
+  EXPECT_FALSE(director.is_worth_asking(start + 999ms, 1ms)) << "once a second, or more seldom";
   EXPECT_TRUE(director.is_worth_asking(start + 1s, 2s));
   EXPECT_FALSE(director.is_worth_asking(start + 1s, 2s)) << "by one thread";
   EXPECT_FALSE(director.is_worth_asking(start + 10s, 2s)) << "most of the time is others'";
