@@ -25,5 +25,11 @@ enum : uint32 {
 /// @param[in]     attr     one of `DHCPC_IF_*`
 /// @param[in,out] result   by the attribute: an `octetstring` whose `len` is the capacity on entry and the value's
 ///                         length on return, or a uint32; left alone on failure
-/// @return 0, or -1 when the DHCP client has no such value, or one that does not fit
+///
+/// `DHCPC_IF_TFTPSERVERIP` is an attempt's first read: all further ones are answered from what was known then, until it
+/// is read again.
+///
+/// @return 0, or -1 when the DHCP client has no such value, or one that does not fit. An authentication message that is
+///         there but cannot be used is answered with 0 and bytes that equal no text: only none at all is answered with
+///         -1.
 int dhcpcIfGetApi(uint32 ifindex, uint32 attr, void* result);

@@ -64,8 +64,11 @@ struct tZorLinuxFileClose {
 };
 using tZorLinuxFile = std::unique_ptr<FILE, tZorLinuxFileClose>;
 
-/// Opens a file for reading, close-on-exec. @return the file, or null with `errno` set.
-tZorLinuxFile zorLinuxFileOpen(const char* path);
+/// Opens a file for reading, close-on-exec.
+///
+/// @param[in] flags  more flags of open(2)
+/// @return the file, or null with `errno` set
+tZorLinuxFile zorLinuxFileOpen(const char* path, int flags = 0);
 
 /// One line of a file, as it stands there: it may hold any byte, NUL included, except its newline.
 struct tZorLinuxLine {

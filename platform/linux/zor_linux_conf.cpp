@@ -155,8 +155,8 @@ void zorLinuxConfLoad(const char* path, bool optional) {
   if (ferror(file.get()) != 0) fprintf(stderr, "%s: %s; the rest is not read\n", path, strerror(errno));
 }
 
-tZorLinuxFile zorLinuxFileOpen(const char* path) {
-  const int fd = open(path, O_RDONLY | O_CLOEXEC);
+tZorLinuxFile zorLinuxFileOpen(const char* path, int flags) {
+  const int fd = open(path, O_RDONLY | O_CLOEXEC | flags);
   if (fd < 0) return nullptr;
   tZorLinuxFile file(fdopen(fd, "r"));
   if (file == nullptr) close(fd);

@@ -1,7 +1,10 @@
 #include <arpa/inet.h>
+#include <fcntl.h>
+#include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdlib>
 #include <cstring>
 #include <iterator>
 
@@ -26,9 +29,21 @@ constexpr tAttribute ATTRIBUTES[] = {
     {DHCPC_IF_IMAGELIST, "imagelist", Kind::text},
 };
 
+/// What the file said when it was read last. An attempt must not take its server from one lease and its authentication
+/// message from the next, or from none.
+struct tSnapshot {
+  bool is_taken;
+  int error;                                   ///< `errno` of a file that could not be read, 0 for one that was
+  bool has[std::size(ATTRIBUTES)];             ///< there is such a line
+  tZorLinuxLine lines[std::size(ATTRIBUTES)];  ///< the first line of each attribute
+};
+
+tSnapshot snapshot;
+
 // The value itself is not printed: it came over the network, and may be a password.
 int refuse(const tAttribute& attribute, const char* reason) {
-  fprintf(stderr, "%s: %s: %s; not used\n", zorLinuxConf().dhcp_state, attribute.key, reason);
+  const char* outcome = attribute.attr == DHCPC_IF_AUTHMSG ? "taken for a wrong one" : "not used";
+  fprintf(stderr, "%s: %s: %s; %s\n", zorLinuxConf().dhcp_state, attribute.key, reason, outcome);
   return -1;
 }
 
@@ -73,16 +88,62 @@ int store(const tAttribute& attribute, const tZorLinuxLine& line, std::string_vi
   return -1;
 }
 
-// The file is read anew each time: the DHCP client replaces it whenever it learns something.
-int read_attribute(const tAttribute& attribute, void* result) {
-  const tZorLinuxFile file = zorLinuxFileOpen(zorLinuxConf().dhcp_state);
-  if (file == nullptr) return errno == ENOENT ? -1 : refuse(attribute, strerror(errno));
-  tZorLinuxLine line;
-  while (zorLinuxLineRead(file.get(), &line)) {
-    const std::string_view value = value_of(line, attribute.key);
-    if (value.data() != nullptr) return store(attribute, line, value, result);
+void keep_line(const tZorLinuxLine& line) {
+  for (std::size_t i = 0; i < std::size(ATTRIBUTES); i++) {
+    if (snapshot.has[i] || value_of(line, ATTRIBUTES[i].key).data() == nullptr) continue;
+    snapshot.has[i] = true;
+    snapshot.lines[i] = line;
   }
-  return ferror(file.get()) == 0 ? -1 : refuse(attribute, strerror(errno));
+}
+
+// The tools that the attempt runs find in their environment which attempt it is, and whether DHCP named the imagelist.
+void tell_tools() {
+  static char attempt[64];
+  static char imagelist[64];
+  static unsigned number = 0;
+  snprintf(attempt, sizeof(attempt), "LUMENHARBOUR_ATTEMPT=%ld-%u", static_cast<long>(getpid()), ++number);
+  const auto* const list = std::find_if(std::begin(ATTRIBUTES), std::end(ATTRIBUTES),
+                                        [](const tAttribute& a) { return a.attr == DHCPC_IF_IMAGELIST; });
+  const std::ptrdiff_t i = list - std::begin(ATTRIBUTES);
+  const bool is_named = snapshot.has[i] && !value_of(snapshot.lines[i], list->key).empty();
+  snprintf(imagelist, sizeof(imagelist), "LUMENHARBOUR_IMAGELIST=%s", is_named ? "named" : "default");
+  putenv(attempt);
+  putenv(imagelist);
+}
+
+void take_snapshot() {
+  snapshot = {};
+  snapshot.is_taken = true;
+  // A FIFO in the file's place must not hang the daemon.
+  const tZorLinuxFile file = zorLinuxFileOpen(zorLinuxConf().dhcp_state, O_NONBLOCK);
+  tZorLinuxLine line;
+  while (file != nullptr && zorLinuxLineRead(file.get(), &line)) keep_line(line);
+  if (file == nullptr || ferror(file.get()) != 0) snapshot.error = errno;
+  tell_tools();
+}
+
+bool is_given(const tAttribute& attribute) {
+  return snapshot.error != ENOENT && (snapshot.error != 0 || snapshot.has[&attribute - ATTRIBUTES]);
+}
+
+int read_attribute(const tAttribute& attribute, void* result) {
+  // An attempt begins with the TFTP server.
+  if (attribute.attr == DHCPC_IF_TFTPSERVERIP || !snapshot.is_taken) take_snapshot();
+  if (!is_given(attribute)) return -1;
+  if (snapshot.error != 0) return refuse(attribute, strerror(snapshot.error));
+  const tZorLinuxLine& line = snapshot.lines[&attribute - ATTRIBUTES];
+  return store(attribute, line, value_of(line, attribute.key), result);
+}
+
+// No authentication message is as good as the right one. So none is answered only where DHCP gave none; one that cannot
+// be read or used becomes one that matches nothing, since no text has a zero byte.
+int read_auth_msg(const tAttribute& attribute, octetstring* result) {
+  const uint32 room = result->len;
+  if (read_attribute(attribute, result) == 0) return 0;
+  if (!is_given(attribute) || room == 0) return -1;
+  result->pBuf[0] = 0;
+  result->len = 1;
+  return 0;
 }
 
 int notify_client(uint32 ifindex) {
@@ -98,5 +159,7 @@ int dhcpcIfGetApi(uint32 ifindex, uint32 attr, void* result) {
   if (attr == DHCPC_IF_LUMENHARBOUR) return notify_client(ifindex);
   const auto* known = std::find_if(std::begin(ATTRIBUTES), std::end(ATTRIBUTES),
                                    [attr](const tAttribute& attribute) { return attribute.attr == attr; });
-  return known == std::end(ATTRIBUTES) ? -1 : read_attribute(*known, result);
+  if (known == std::end(ATTRIBUTES)) return -1;
+  if (attr == DHCPC_IF_AUTHMSG) return read_auth_msg(*known, static_cast<octetstring*>(result));
+  return read_attribute(*known, result);
 }
