@@ -19,6 +19,7 @@
 #include "lumenharbour.h"
 #include "zor_attr.h"
 #include "zor_dhcpc.h"
+#include "zor_system.h"
 
 namespace {
 
@@ -262,7 +263,7 @@ namespace {
   }
   printf("%s%s%s", label, command, line_end);
   fflush(stdout);  // what the tool prints comes after its command line
-  return system(command);
+  return zor_system(command);
 }
 
 /// Writes the file server's address as text. @return false, with a line on standard error, when it has none.

@@ -48,6 +48,8 @@ int main(int argc, char** argv) {
   zorCatchSegFault(argc, argv);
   // A requester that hangs up early must cost a reply, not the daemon.
   signal(SIGPIPE, SIG_IGN);
+  // Whoever started the daemon may have ignored it, and then no command's end would be seen.
+  signal(SIGCHLD, SIG_DFL);
   // Whole lines at once, so that a log keeps the order of our lines and those of the tools that we run.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
 

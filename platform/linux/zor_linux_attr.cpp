@@ -10,6 +10,7 @@
 #include "zor_attr.h"
 #include "zor_fd.h"
 #include "zor_linux.h"
+#include "zor_system.h"
 
 namespace {
 
@@ -120,7 +121,7 @@ int zorScalarSetApi(uint32 unit, uint32 attr, const octetstring* value) {
 int zorLinuxCommandRun(const char* key, const char* command) {
   printf("%s: running %s\n", key, command);
   fflush(stdout);
-  const int status = system(command);
+  const int status = zor_system(command);
   if (status == 0) return 0;
   if (status == -1) {
     fprintf(stderr, "%s: \"%s\" not run: %s\n", key, command, strerror(errno));
