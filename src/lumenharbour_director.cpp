@@ -1,4 +1,5 @@
 #include <fcntl.h>
+#include <sys/stat.h>
 #include <unistd.h>
 
 #include <csignal>
@@ -85,6 +86,15 @@ int names_put(tLumenHarbourGrpEntry* p_grp, octetstring* p_image_file, octetstri
   const uint32 location = p_grp != nullptr ? p_grp->imagelist_is_local : info.default_imagelist_local;
   if (imagelist_put(p_image_file, imagelist, location == LUMENHARBOUR_LOCATION_LOCAL) != 0) return -1;
   return name_put(p_config_file, config);
+}
+
+/// Opens a file in a directory where everybody may write: a link that somebody planted there is not followed, a FIFO
+/// not waited for. @return the descriptor, owned by the caller, or -1, also for what is no regular file.
+int32 regular_open(const char* path, int flags) {
+  tZorFd file(open(path, flags | O_CLOEXEC | O_NOFOLLOW | O_NONBLOCK, 0644));
+  struct stat status;
+  if (file.fd < 0 || fstat(file.fd, &status) != 0 || !S_ISREG(status.st_mode)) return -1;
+  return file.release();
 }
 
 }  // namespace
@@ -174,7 +184,7 @@ int32 lumenharbour_imagelist_file_create(const char* p_inname, uint32 name_len, 
   }
   memcpy(p_outname, path, static_cast<uint32>(len));
   LUMENHARBOUR_DEBUG("[LumenHarbour] Create imagelsit file: %s.\r\n", path);
-  const int32 fd = open(path, O_WRONLY | O_CREAT | O_TRUNC | O_CLOEXEC, 0644);
+  const int32 fd = regular_open(path, O_WRONLY | O_CREAT | O_TRUNC);
   if (fd < 0) LUMENHARBOUR_DEBUG("[LumenHarbour] Open imagelsit file ERROR!\r\n");
   return fd;
 }
@@ -196,10 +206,8 @@ int lumenharbour_imagelist_file_write(int32 fd, const char* p_buf, uint32 len) {
 void lumenharbour_imagelist_file_remove(const char* p_filename) {
   if (p_filename == nullptr) return;
   LUMENHARBOUR_DEBUG("[LumenHarbour] Remove imagelsit file: %s.\r\n", p_filename);
-  const int32 fd = open(p_filename, O_RDONLY | O_CLOEXEC);
-  if (fd < 0) return;
-  close(fd);
-  unlink(p_filename);
+  const tZorFd file(regular_open(p_filename, O_RDONLY));
+  if (file.fd >= 0) unlink(p_filename);
 }
 
 int lumenharbour_imagelist_record_write(int32 fd, const char* image_name) {

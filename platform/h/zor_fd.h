@@ -14,6 +14,13 @@ struct tZorFd {
   tZorFd(const tZorFd&) = delete;
   tZorFd& operator=(const tZorFd&) = delete;
 
+  /// @return the descriptor, which the caller now owns.
+  int release() {
+    const int released = fd;
+    fd = -1;
+    return released;
+  }
+
   /// Closes the descriptor and owns `number` in its place.
   void reset(int number) {
     if (fd >= 0) close(fd);
