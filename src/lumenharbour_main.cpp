@@ -279,6 +279,17 @@ void watch(int32 fd, fd_set* set, int* max) {
   *max = std::max(*max, static_cast<int>(fd));
 }
 
+/// @return whether a call failed for want of descriptors or memory.
+bool is_exhausted(int error) {
+  return error == EMFILE || error == ENFILE || error == ENOBUFS || error == ENOMEM;
+}
+
+/// Waits a second, so that what fails over and over fills neither the processor nor a log.
+void rest() {
+  timeval second = {1, 0};
+  select(0, nullptr, nullptr, nullptr, &second);
+}
+
 bool ready(int32 fd, const fd_set* set) {
   return fd > 0 && fd < FD_SETSIZE && FD_ISSET(fd, set);
 }
@@ -309,7 +320,10 @@ void lumenharbour_main_pass() {
   // A due timer may have closed the route socket, and one opened since may have its number; reading it does no harm,
   // since it never blocks.
   if (ready(info.rt_socket, &set)) lumenharbour_route_socket_rcv();
-  if (ready(info.cmd_socket, &set)) lumenHarbour_cmd_server();
+  if (!ready(info.cmd_socket, &set)) return;
+  errno = 0;
+  // A connection that cannot be accepted waits on, and the next pass would find it at once.
+  if (lumenHarbour_cmd_server() != 0 && is_exhausted(errno)) rest();
 }
 
 void lumenharbour_main() {
