@@ -1,5 +1,6 @@
 #include "zor_debug.h"
 
+#include <fcntl.h>
 #include <signal.h>
 #include <unistd.h>
 
@@ -94,6 +95,8 @@ void handle_fatal(int number, siginfo_t* info, void*) {
   // A second signal means that the backtrace failed, on a broken stack for one; the first stays the cause of death.
   if (first_signal == 0) {
     first_signal = number;
+    // A reader that has stopped reading must not keep a dying process alive.
+    fcntl(STDERR_FILENO, F_SETFL, fcntl(STDERR_FILENO, F_GETFL) | O_NONBLOCK);
     for (const tFatal& fatal : FATAL) {
       if (fatal.number == number) write_report(fatal, *info);
     }
