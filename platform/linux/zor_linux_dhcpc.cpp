@@ -1,5 +1,6 @@
 #include <arpa/inet.h>
 #include <fcntl.h>
+#include <signal.h>
 #include <unistd.h>
 
 #include <algorithm>
@@ -96,19 +97,28 @@ void keep_line(const tZorLinuxLine& line) {
   }
 }
 
-// The tools that the attempt runs find in their environment which attempt it is, and whether DHCP named the imagelist.
-void tell_tools() {
-  static char attempt[64];
-  static char imagelist[64];
+// What the tools of an attempt find in their environment: which attempt it is, whether DHCP named its imagelist, and
+// whether the fetch of that is over.
+char tool_attempt[64];
+char tool_imagelist[64];
+char tool_stage[64];
+
+void tell_stage(const char* stage) {
+  snprintf(tool_stage, sizeof(tool_stage), "LUMENHARBOUR_STAGE=%s", stage);
+  putenv(tool_stage);
+}
+
+void tell_attempt() {
   static unsigned number = 0;
-  snprintf(attempt, sizeof(attempt), "LUMENHARBOUR_ATTEMPT=%ld-%u", static_cast<long>(getpid()), ++number);
+  snprintf(tool_attempt, sizeof(tool_attempt), "LUMENHARBOUR_ATTEMPT=%ld-%u", static_cast<long>(getpid()), ++number);
+  putenv(tool_attempt);
   const auto* const list = std::find_if(std::begin(ATTRIBUTES), std::end(ATTRIBUTES),
                                         [](const tAttribute& a) { return a.attr == DHCPC_IF_IMAGELIST; });
   const std::ptrdiff_t i = list - std::begin(ATTRIBUTES);
   const bool is_named = snapshot.has[i] && !value_of(snapshot.lines[i], list->key).empty();
-  snprintf(imagelist, sizeof(imagelist), "LUMENHARBOUR_IMAGELIST=%s", is_named ? "named" : "default");
-  putenv(attempt);
-  putenv(imagelist);
+  snprintf(tool_imagelist, sizeof(tool_imagelist), "LUMENHARBOUR_IMAGELIST=%s", is_named ? "named" : "default");
+  putenv(tool_imagelist);
+  tell_stage("imagelist");
 }
 
 void take_snapshot() {
@@ -119,7 +129,7 @@ void take_snapshot() {
   tZorLinuxLine line;
   while (file != nullptr && zorLinuxLineRead(file.get(), &line)) keep_line(line);
   if (file == nullptr || ferror(file.get()) != 0) snapshot.error = errno;
-  tell_tools();
+  tell_attempt();
 }
 
 bool is_given(const tAttribute& attribute) {
@@ -139,6 +149,7 @@ int read_attribute(const tAttribute& attribute, void* result) {
 // be read or used becomes one that matches nothing, since no text has a zero byte.
 int read_auth_msg(const tAttribute& attribute, octetstring* result) {
   const uint32 room = result->len;
+  tell_stage("files");  // asked for when the imagelist has come, or has not
   if (read_attribute(attribute, result) == 0) return 0;
   if (!is_given(attribute) || room == 0) return -1;
   result->pBuf[0] = 0;
@@ -146,9 +157,18 @@ int read_auth_msg(const tAttribute& attribute, octetstring* result) {
   return 0;
 }
 
+// The start script counts failed attempts, to start a daemon anew before it has used up what they cost it.
+void tell_supervisor() {
+  const char* named = getenv("LUMENHARBOUR_SUPERVISOR");
+  uint32 pid = 0;
+  if (named == nullptr || !zorLinuxNumberRead(named, &pid) || static_cast<pid_t>(pid) != getppid()) return;
+  kill(getppid(), SIGUSR1);
+}
+
 int notify_client(uint32 ifindex) {
   printf("DHCP client on interface %u: provisioning failed, fresh information wanted\n", ifindex);
   fflush(stdout);
+  tell_supervisor();
   const char* command = zorLinuxConf().dhcp_notify_command;
   return command[0] == '\0' ? 0 : zorLinuxCommandRun("dhcp_notify_command", command);
 }
