@@ -116,6 +116,7 @@ def install(build, root):
         shutil.copy(path, BIN)
     for directory in ("lab/stand-ins", "dhcp/udhcpc"):
         shutil.copytree(os.path.join(root, directory), BIN, dirs_exist_ok=True)
+    shutil.copytree(os.path.join(build, "fetch"), f"{LAB}/libexec/lumenharbour/fetch")
     for applet in ("tftp", "ftpget", "udhcpc"):
         os.symlink(shutil.which("busybox"), f"{BIN}/{applet}")
     open("/dev/mtd5", "w").close()
