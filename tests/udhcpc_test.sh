@@ -7,8 +7,9 @@ set -u
 source=$1
 # shellcheck source=/dev/null
 . "$source/scripts/await.sh"
-PATH=$(dirname "$2"):$(dirname "$3"):$PATH
+export LUMENHARBOUR_FETCH=${2%/*}/fetch
 dir=$(mktemp -d) || exit 1
+PATH=${2%/*}:${3%/*}:$dir/tools:$source/lab/stand-ins:$PATH
 script=$source/dhcp/udhcpc/lumenharbour.script
 state=$dir/lease/dhcp.options
 failed=0
@@ -37,10 +38,12 @@ tool() { # tool FILE LINE: a program of the test's own
   chmod +x "$1"
 }
 
+tool "$dir/tools/tftp" false
+
 # A daemon that never answers, while there is no other.
 tool "$dir/mute/lumenharbourd" "trap '' TERM; echo \$\$ >$dir/mute/pid; exec sleep 600"
 tool "$dir/mute/lumenharbourctl" "echo >>$dir/mute/asked; exec $3 \"\$@\""
-PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/mute/err" &
+PATH=$dir/mute:$PATH LUMENHARBOUR_DIRECTOR_FILE=/dev/null "$source/packaging/lumenharbour-start" 2>"$dir/mute/err" &
 mute=$!
 
 # --- what becomes of a reply ------------------------------------------------------------------------------------------
