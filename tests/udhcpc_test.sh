@@ -213,13 +213,13 @@ start() {
   flock -F "$dir/lock" ${2:-sh} "$source/packaging/lumenharbour-start" >>"$dir/start" 2>&1 &
   started=$!
 }
-daemon() { cut -d ' ' -f 1 "/proc/$started/task/$started/children"; }
+daemon() { pgrep -P "$started" -x lumenharbourd; }
 told() { # told LINES: all that it has told, without reasons of lumenharbourctl's
   found=$(sed -n 's/^lumenharbour-start: //; t told; d; :told; s/: lumenharbourctl: .*//; p' "$dir/start")
   [ "$found" = "$1" ] || fail "lumenharbour-start $LUMENHARBOUR_DIRECTOR_FILE" "$1" "$(cat "$dir/start")"
 }
 ends() { # ends STATUS [PROCESS]: by SIGTERM, or by SIGKILL of its daemon, with nothing left behind
-  if [ $# = 1 ]; then kill $started; else kill -KILL "$2"; fi
+  if [ $# = 1 ]; then kill $started 2>/dev/null; else kill -KILL "$2"; fi
   wait $started 2>/dev/null
   found="exit $?, $(ls /tmp/lumenHarbour.* 2>&1)"
   [[ $found = "exit $1, ls: cannot access"* ]] || fail 'end of lumenharbour-start' "exit $1 and no file" "$found"
@@ -323,9 +323,72 @@ found=$(sort -nu "$dir/slept" | tr '\n' ' ')
 [ "$found" = '1 2 10 ' ] || fail 'pauses of lumenharbour-start' '1 2 10 ' "$found"
 
 tool "$dir/mute/lumenharbourd" 'exit 3'
-PATH=$dir/mute:$PATH "$source/packaging/lumenharbour-start" 2>"$dir/err"
+# A director has no flash to write, and may have no interface yet.
+PATH=$dir/mute:$PATH unshare -n "$source/packaging/lumenharbour-start" 2>"$dir/err"
 [ $? = 3 ] || fail 'a daemon that ends' 'exit 3' "$(cat "$dir/err")"
 PATH=/nowhere /bin/sh "$source/packaging/lumenharbour-start" 2>"$dir/err"
 found="$? $(cat "$dir/err")"
 [ "$found" = '127 lumenharbour-start: lumenharbourd is not in /nowhere' ] || fail 'no daemon' 127 "$found"
+
+# --- a switch that lacks something ------------------------------------------------------------------------------------
+
+export LUMENHARBOUR_DIRECTOR_FILE=/nowhere LUMENHARBOUR_PLATFORM_CONF=$dir/platform.conf
+cp "$(command -v dash)" "$dir/tools" # which is /bin/sh
+lacks() { # lacks SENTENCE COMMAND: what is told where such a command has been run
+  local shell
+  for shell in 'busybox ash' dash; do
+    printf '# startup_config = %s\n startup_config\t= %s # here\n' /none "$dir/saved" >"$LUMENHARBOUR_PLATFORM_CONF"
+    unshare -mn sh -c "ip link add type veth; $2; exec $shell '$source/packaging/lumenharbour-start'" 2>"$dir/err"
+    found="$? $(cat "$dir/err")"
+    [ "$found" = "1 lumenharbour-start: not started: $1" ] || fail "$shell: $2" "1 $1" "$found"
+  done
+}
+lacks '/Ram cannot be written' 'mount -t tmpfs -o ro none /Ram'
+lacks '/tmp cannot be written' 'mount --bind /tmp /tmp; mount -o remount,bind,ro /tmp'
+head -c 8k /dev/zero >"$dir/saved"
+lacks "the saved configuration $dir/saved cannot be copied to /Ram" 'mount -t tmpfs -o size=4k none /Ram'
+flash='/mnt/mtd, where the saved configuration belongs, is not there or cannot be written'
+lacks "$flash" 'mount -t tmpfs none /mnt'
+lacks "$flash" 'mount -t tmpfs -o ro none /mnt/mtd'
+for program in flashcp mv; do
+  lacks "$program is not in $PATH" "mount --bind /dev/null $(command -v $program)"
+done
+# shellcheck disable=SC2016 # of the command
+lacks "neither tftp nor ftpget is in $PATH" 'for found in $(which -a tftp ftpget); do mount --bind /dev/null $found; done'
+lacks 'there is no hardware address on any interface' 'ip link del veth0'
+lacks 'there is no hardware address on lo' "echo uplink=lo >>$LUMENHARBOUR_PLATFORM_CONF"
+lacks "the fetch front is missing: there is no $LUMENHARBOUR_FETCH/tftp" "mount --bind /dev/null $LUMENHARBOUR_FETCH/tftp"
+lacks '/bin/sh runs a tftp of its own: what is fetched would not be checked' 'mount --bind /bin/echo /bin/sh'
+
+# --- a daemon that fails over and over --------------------------------------------------------------------------------
+
+printf '%s\n' 'clock_speed = 50' 'uplink = lease0' 'dhcp_notify_command = echo asked' >"$LUMENHARBOUR_PLATFORM_CONF"
+echo FETCH_IDLE=7 FETCH_LIMIT=8 TRUST=/trust >"$dir/conf"
+# The last one has the start script told to end just when it has been started itself.
+tool "$dir/failing/lumenharbourd" "echo \${PATH%%:*} \$FETCH_IDLE \$FETCH_LIMIT \$TRUST >$dir/told
+[ ! -e $dir/last ] || kill \$LUMENHARBOUR_SUPERVISOR
+exec env --ignore-signal=CHLD $2 \"\$@\""
+# shellcheck disable=SC2317 # eventually calls it
+is_another() {
+  [ "$(daemon)" != "$first" ] && [ "$(lumenharbourctl get debug) $(lumenharbourctl get director-ip)" = 'on 198.51.100.3' ]
+}
+for shell in 'busybox ash' dash; do
+  rm -f "$dir/last"
+  LUMENHARBOUR_CONF=$dir/conf FETCH_IDLE=6 PATH=$dir/failing:$PATH start /nowhere "prlimit --nofile=28 $shell"
+  eventually "$dir/start" lumenharbourctl director address 198.51.100.3
+  lumenharbourctl debug on
+  first=$(daemon)
+  eventually "$dir/start" is_another
+  ip address add 198.51.100.3/32 dev lease0
+  eventually "$dir/start" grep -q 'has come up: this switch is the director' "$dir/start"
+  touch "$dir/last"
+  lumenharbourctl director stop
+  lumenharbourctl service start
+  lumenharbourctl download config
+  eventually "$dir/start" flock -n "$dir/lock" true
+  ends 143
+  ip address del 198.51.100.3/32 dev lease0
+  found="$(cat "$dir/told") $(grep -o 'not run.*' "$dir/start")"
+  [ "$found" = "$LUMENHARBOUR_FETCH 6 8 /trust " ] || fail "$shell: a failing daemon" 'what is chosen, and tools' "$found"
+done
 exit $failed
