@@ -211,6 +211,22 @@ TEST_F(DirectorTest, ListFileIsBoundedAndClosed) {
   EXPECT_EQ(fake.output, too_long + too_long + "[LumenHarbour] Create imagelsit file: " + at + write +
                              "[LumenHarbour] Ram disk is full!\r\n" + write +
                              "[LumenHarbour] Write imagelist data ERROR!\r\n" + remove + remove);
+
+  // What somebody has planted there: a link to a file, and a FIFO, at first without and then with a reader.
+  const std::string target = "/tmp/target";
+  write_file(target, "kept");
+  ASSERT_EQ(symlink(target.c_str(), path), 0);
+  const auto create = [&] { return lumenharbour_imagelist_file_create(name.c_str(), 246, path); };
+  EXPECT_EQ(create(), -1);
+  EXPECT_EQ(read_file(target), "kept");
+  unlink(path);
+  ASSERT_EQ(mkfifo(path, 0600), 0);
+  EXPECT_EQ(create(), -1);
+  lumenharbour_imagelist_file_remove(path);
+  const int reader = open(path, O_RDONLY | O_NONBLOCK);
+  EXPECT_EQ(create(), -1);
+  close(reader);
+  EXPECT_EQ(unlink(path), 0);
 }
 
 }  // namespace

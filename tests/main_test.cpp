@@ -28,12 +28,13 @@ class DescriptorCheck : public testing::EmptyTestEventListener {
     (testing::UnitTest::GetInstance()->listeners().Append(new DescriptorCheck), true);
 
 std::string broken;  // the system call that fails
+int error = EIO;     // how
 int backlog = 0, low_water = 0;
 
 template <typename... Args>
 int call(const char* name, long number, Args... args) {
   if (broken != name) return static_cast<int>(syscall(number, args...));
-  errno = EIO;
+  errno = error;
   return -1;
 }
 
@@ -319,6 +320,19 @@ TEST_F(MainTest, SaysWhyARequestCannotBeServed) {
   signal(SIGPIPE, SIG_DFL);
   close(dial(""));
   EXPECT_EQ(errors_of(serve, "setsockopt"), "[LumenHarbour] Set socket option ERROR!\r\n: Input/output error\n");
+}
+
+TEST_F(MainTest, RestsWhenNoConnectionCanBeAccepted) {
+  const int fd = dial("");
+  for (const int number : {EIO, EMFILE, ENOMEM}) {
+    error = number;
+    const auto start = std::chrono::steady_clock::now();
+    EXPECT_EQ(errors_of(lumenharbour_main_pass, "accept"),
+              std::string("[LumenHarbour] accept ERROR!\r\n: ") + strerror(number) + "\n");
+    EXPECT_EQ(std::chrono::steady_clock::now() - start >= std::chrono::seconds(1), number != EIO) << number;
+  }
+  error = EIO;
+  close(fd);
 }
 
 TEST_F(MainTest, AnswersMalformedFramesWithoutReadingMore) {

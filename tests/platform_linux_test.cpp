@@ -144,13 +144,61 @@ TEST_F(PlatformLinuxTest, DhcpValuesAreReadOrRefused) {
   for (const auto& [attr, line, want] : cases) {
     write(state, "other=x\n" + line);
     std::string text = "untouched";
-    uint32 number = 5;
+    uint32 number = 5, begun;
     octetstring value = octets(text);
     const bool is_number = line.find("server=") != line.npos || line.starts_with("reboot"), bad = want[0] == '!';
     const auto get = [&, a = attr] { return dhcpcIfGetApi(1, a, is_number ? static_cast<void*>(&number) : &value); };
+    dhcpcIfGetApi(1, DHCPC_IF_TFTPSERVERIP, &begun);
     EXPECT_EQ(complaint(bad ? -1 : 0, get), want.size() > 1 && bad ? state + ": " + &want[1] + "; not used\n" : "");
     const std::string got = is_number ? std::to_string(number) : text.substr(0, value.len);
     EXPECT_EQ(got, !bad ? want : is_number ? "5" : "untouched") << line.substr(0, 40);
+  }
+}
+
+TEST_F(PlatformLinuxTest, AnAttemptReadsOnceAndNoUnusableMessageIsNone) {
+  const std::string state = dir + "/dhcp.options", wrong = "; taken for a wrong one\n";
+  load("dhcp_state = " + state);
+  const auto plant = [&] { EXPECT_EQ(fs::remove(state) ? mkfifo(state.c_str(), 0600) : -1, 0); };
+  const auto starve = [](rlim_t most) {
+    rlimit limit;
+    getrlimit(RLIMIT_NOFILE, &limit);
+    limit.rlim_cur = most;
+    setrlimit(RLIMIT_NOFILE, &limit);
+  };
+  // The file, and what becomes of it; what the tools are told of the imagelist, the message, and what is said of it.
+  const std::tuple<std::string, std::function<void()>, std::string> cases[] = {
+      {"auth-msg=right\nauth-msg=x\nimagelist=a", nullptr, "named right:"},
+      {"auth-msg=\nimagelist=", nullptr, "default :"},
+      {"imagelist=\x7F", nullptr, "named none:"},
+      {"auth-msg=right", [&] { fs::remove(state); }, "default none:"},
+      {"auth-msg=right", plant, "default none:"},
+      {"auth-msg=10 letters", nullptr, "default 0:longer than its reader's buffer" + wrong},
+      {"auth-msg=\x7F", nullptr, "default 0:control character" + wrong},
+      {"auth-msg=" + std::string(5000, 'x'), nullptr, "default 0:line too long" + wrong},
+      {"auth-msg=right", [&] { starve(0); }, "default 0:Too many open files" + wrong},
+      {"", [&] { fs::remove(state) && fs::create_directory(state); }, "default 0:Is a directory" + wrong},
+  };
+  std::string attempt;
+  for (const auto& [file, change, want] : cases) {
+    fs::remove(state);
+    write(state, file);
+    if (change) change();
+    uint32 ip;
+    dhcpcIfGetApi(1, DHCPC_IF_TFTPSERVERIP, &ip);
+    starve(64);
+    EXPECT_NE(std::exchange(attempt, getenv("LUMENHARBOUR_ATTEMPT")), getenv("LUMENHARBOUR_ATTEMPT"));
+    EXPECT_STREQ(getenv("LUMENHARBOUR_STAGE"), "imagelist");
+    fs::remove(state);
+    write(state, "auth-msg=next");
+    std::string text = "untouched", found = getenv("LUMENHARBOUR_IMAGELIST");
+    octetstring value = octets(text);
+    testing::internal::CaptureStderr();
+    const int rc = dhcpcIfGetApi(1, DHCPC_IF_AUTHMSG, &value);
+    const std::string said = testing::internal::GetCapturedStderr();
+    text.resize(value.len);
+    found += " " + (rc != 0 ? "none" : text == std::string(1, '\0') ? "0" : text) + ":";
+    EXPECT_EQ(found + zorLinuxTail(said, state.size() + strlen(": auth-msg: ")).data(), want);
+    EXPECT_STREQ(getenv("LUMENHARBOUR_STAGE"), "files");
   }
 }
 
@@ -167,6 +215,7 @@ TEST_F(PlatformLinuxTest, CommandsRunAndReportTheirFailure) {
   EXPECT_FALSE(fs::exists(dir + "/rebooted"));
   EXPECT_EQ(reboot(), 0);
   EXPECT_TRUE(fs::exists(dir + "/rebooted"));
+  setenv("LUMENHARBOUR_SUPERVISOR", "1", 1);  // not the parent: nobody is told
   const auto notify = [] { return dhcpcIfGetApi(5, DHCPC_IF_LUMENHARBOUR, nullptr); };
   const std::string failed = "DHCP client on interface 5: provisioning failed, fresh information wanted\n";
   EXPECT_EQ(printed([&] { EXPECT_EQ(notify(), 0); }), failed + "$");
@@ -174,8 +223,10 @@ TEST_F(PlatformLinuxTest, CommandsRunAndReportTheirFailure) {
   EXPECT_EQ(printed([&] { EXPECT_EQ(notify(), 0); }), failed + "dhcp_notify_command: running echo ran\nran\n$");
   load("reboot_command = exit 3");
   EXPECT_EQ(complaint(-1, reboot), "reboot_command: \"exit 3\" failed with exit status 3\n");
-  load("reboot_command = kill -9 $$");
-  EXPECT_EQ(complaint(-1, reboot), "reboot_command: \"kill -9 $$\" killed by signal 9\n");
+  signal(SIGPIPE, SIG_IGN);
+  load("reboot_command = kill -PIPE $$");
+  EXPECT_EQ(complaint(-1, reboot), "reboot_command: \"kill -PIPE $$\" killed by signal 13\n");
+  EXPECT_EQ(signal(SIGPIPE, SIG_DFL), SIG_IGN) << "the daemon's own";
 }
 
 TEST_F(PlatformLinuxTest, SavedConfigurationIsDumped) {
@@ -329,6 +380,16 @@ TEST(PlatformLinuxDeathTest, CrashIsReportedAndStillKills) {
   }
   EXPECT_EXIT(die("", abort), testing::KilledBySignal(SIGABRT), "^\\?: fatal signal 6 ");
   EXPECT_EXIT(die(std::string(300, 'n'), abort), testing::KilledBySignal(SIGABRT), "^n{128}: fatal signal 6 ");
+  const auto speak_to_nobody = [] {
+    int ends[2];
+    EXPECT_EQ(pipe2(ends, O_NONBLOCK), 0);
+    while (::write(ends[1], "x", 1) == 1) continue;
+    fcntl(ends[1], F_SETFL, 0);
+    dup2(ends[1], STDERR_FILENO);
+    alarm(10);
+    abort();
+  };
+  EXPECT_EXIT(die("switchd", speak_to_nobody), testing::KilledBySignal(SIGABRT), "");
   const auto run_out = [] {
     const rlimit small = {1 << 20, RLIM_INFINITY};
     setrlimit(RLIMIT_STACK, &small);
