@@ -3,6 +3,7 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <csignal>
 #include <cstring>
 #include <filesystem>
 #include <sstream>
@@ -53,6 +54,7 @@ class ClientTest : public DaemonTest {
     ASSERT_NE(mkdtemp(dir.data()), nullptr);
     strcpy(info.io_default_path, dir.c_str());
     info.debug = 1;
+    signal(SIGPIPE, SIG_IGN);
     fake.dhcp_unit = 9;
     // What the tools do: a transfer leaves the file that the server has.
     fake.on_command = [this](const std::string& command) {

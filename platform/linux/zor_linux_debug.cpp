@@ -95,12 +95,14 @@ void handle_fatal(int number, siginfo_t* info, void*) {
   // A second signal means that the backtrace failed, on a broken stack for one; the first stays the cause of death.
   if (first_signal == 0) {
     first_signal = number;
-    // A reader that has stopped reading must not keep a dying process alive.
-    fcntl(STDERR_FILENO, F_SETFL, fcntl(STDERR_FILENO, F_GETFL) | O_NONBLOCK);
+    // A reader that has stopped reading must not keep a dying process alive. Who else writes to it may wait.
+    const int flags = fcntl(STDERR_FILENO, F_GETFL);
+    fcntl(STDERR_FILENO, F_SETFL, flags | O_NONBLOCK);
     for (const tFatal& fatal : FATAL) {
       if (fatal.number == number) write_report(fatal, *info);
     }
     write_backtrace();
+    fcntl(STDERR_FILENO, F_SETFL, flags);
   }
   // Its handler was reset on entry, so this is the default action.
   raise(first_signal);

@@ -30,6 +30,13 @@ constexpr tAttribute ATTRIBUTES[] = {
     {DHCPC_IF_IMAGELIST, "imagelist", Kind::text},
 };
 
+/// @return an attribute that is a value, or null.
+const tAttribute* attribute_of(uint32 attr) {
+  const auto* known = std::find_if(std::begin(ATTRIBUTES), std::end(ATTRIBUTES),
+                                   [attr](const tAttribute& attribute) { return attribute.attr == attr; });
+  return known == std::end(ATTRIBUTES) ? nullptr : known;
+}
+
 /// What the file said when it was read last. An attempt must not take its server from one lease and its authentication
 /// message from the next, or from none.
 struct tSnapshot {
@@ -112,9 +119,8 @@ void tell_attempt() {
   static unsigned number = 0;
   snprintf(tool_attempt, sizeof(tool_attempt), "LUMENHARBOUR_ATTEMPT=%ld-%u", static_cast<long>(getpid()), ++number);
   putenv(tool_attempt);
-  const auto* const list = std::find_if(std::begin(ATTRIBUTES), std::end(ATTRIBUTES),
-                                        [](const tAttribute& a) { return a.attr == DHCPC_IF_IMAGELIST; });
-  const std::ptrdiff_t i = list - std::begin(ATTRIBUTES);
+  const tAttribute* list = attribute_of(DHCPC_IF_IMAGELIST);
+  const std::ptrdiff_t i = list - ATTRIBUTES;
   const bool is_named = snapshot.has[i] && !value_of(snapshot.lines[i], list->key).empty();
   snprintf(tool_imagelist, sizeof(tool_imagelist), "LUMENHARBOUR_IMAGELIST=%s", is_named ? "named" : "default");
   putenv(tool_imagelist);
@@ -148,10 +154,9 @@ int read_attribute(const tAttribute& attribute, void* result) {
 // No authentication message is as good as the right one. So none is answered only where DHCP gave none; one that cannot
 // be read or used becomes one that matches nothing, since no text has a zero byte.
 int read_auth_msg(const tAttribute& attribute, octetstring* result) {
-  const uint32 room = result->len;
   tell_stage("files");  // asked for when the imagelist has come, or has not
   if (read_attribute(attribute, result) == 0) return 0;
-  if (!is_given(attribute) || room == 0) return -1;
+  if (!is_given(attribute) || result->len == 0) return -1;
   result->pBuf[0] = 0;
   result->len = 1;
   return 0;
@@ -177,9 +182,8 @@ int notify_client(uint32 ifindex) {
 
 int dhcpcIfGetApi(uint32 ifindex, uint32 attr, void* result) {
   if (attr == DHCPC_IF_LUMENHARBOUR) return notify_client(ifindex);
-  const auto* known = std::find_if(std::begin(ATTRIBUTES), std::end(ATTRIBUTES),
-                                   [attr](const tAttribute& attribute) { return attribute.attr == attr; });
-  if (known == std::end(ATTRIBUTES)) return -1;
+  const tAttribute* known = attribute_of(attr);
+  if (known == nullptr) return -1;
   if (attr == DHCPC_IF_AUTHMSG) return read_auth_msg(*known, static_cast<octetstring*>(result));
   return read_attribute(*known, result);
 }
