@@ -337,7 +337,7 @@ cp "$(command -v dash)" "$dir/tools" # which is /bin/sh
 lacks() { # lacks SENTENCE COMMAND: what is told where such a command has been run
   local shell
   for shell in 'busybox ash' dash; do
-    printf '# startup_config = %s\n startup_config\t= %s # here\n' /none "$dir/saved" >"$LUMENHARBOUR_PLATFORM_CONF"
+    printf ' startup_config\t= %s # here\n' "$dir/saved" >"$LUMENHARBOUR_PLATFORM_CONF"
     unshare -mn sh -c "ip link add type veth; $2; exec $shell '$source/packaging/lumenharbour-start'" 2>"$dir/err"
     found="$? $(cat "$dir/err")"
     [ "$found" = "1 lumenharbour-start: not started: $1" ] || fail "$shell: $2" "1 $1" "$found"
