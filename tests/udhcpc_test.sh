@@ -354,10 +354,11 @@ for program in flashcp mv; do
   lacks "$program is not in $PATH" "mount --bind /dev/null $(command -v $program)"
 done
 # shellcheck disable=SC2016 # of the command
-lacks "neither tftp nor ftpget is in $PATH" 'for found in $(which -a tftp ftpget); do mount --bind /dev/null $found; done'
+lacks "neither tftp nor ftpget is in $PATH" 'for tool in $(which -a tftp ftpget); do mount --bind /dev/null $tool; done'
 lacks 'there is no hardware address on any interface' 'ip link del veth0'
 lacks 'there is no hardware address on lo' "echo uplink=lo >>$LUMENHARBOUR_PLATFORM_CONF"
-lacks "the fetch front is missing: there is no $LUMENHARBOUR_FETCH/tftp" "mount --bind /dev/null $LUMENHARBOUR_FETCH/tftp"
+front=$LUMENHARBOUR_FETCH/tftp
+lacks "the fetch front is missing: there is no $front" "mount --bind /dev/null $front"
 lacks '/bin/sh runs a tftp of its own: what is fetched would not be checked' 'mount --bind /bin/echo /bin/sh'
 
 # --- a daemon that fails over and over --------------------------------------------------------------------------------
@@ -370,7 +371,8 @@ tool "$dir/failing/lumenharbourd" "echo \${PATH%%:*} \$FETCH_IDLE \$FETCH_LIMIT 
 exec env --ignore-signal=CHLD $2 \"\$@\""
 # shellcheck disable=SC2317 # eventually calls it
 is_another() {
-  [ "$(daemon)" != "$first" ] && [ "$(lumenharbourctl get debug) $(lumenharbourctl get director-ip)" = 'on 198.51.100.3' ]
+  [ "$(daemon)" != "$first" ] && [ "$(lumenharbourctl get debug)" = on ] &&
+    [ "$(lumenharbourctl get director-ip)" = 198.51.100.3 ]
 }
 for shell in 'busybox ash' dash; do
   rm -f "$dir/last"
@@ -389,6 +391,6 @@ for shell in 'busybox ash' dash; do
   ends 143
   ip address del 198.51.100.3/32 dev lease0
   found="$(cat "$dir/told") $(grep -oE 'not run.*|failed [^2] times' "$dir/start")"
-  [ "$found" = "$LUMENHARBOUR_FETCH 6 8 /trust " ] || fail "$shell: a failing daemon" 'what is chosen, and tools' "$found"
+  [ "$found" = "$LUMENHARBOUR_FETCH 6 8 /trust " ] || fail "$shell: a failing daemon" 'what is chosen' "$found"
 done
 exit $failed
