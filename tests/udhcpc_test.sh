@@ -333,6 +333,7 @@ found="$? $(cat "$dir/err")"
 # --- a switch that lacks something ------------------------------------------------------------------------------------
 
 export PATH=$dir/mute:$PATH LUMENHARBOUR_DIRECTOR_FILE=/nowhere LUMENHARBOUR_PLATFORM_CONF=$dir/platform.conf
+rm "$dir/mute/lumenharbourctl"
 cp "$(command -v dash)" "$dir/tools" # which is /bin/sh
 lacks() { # lacks SENTENCE COMMAND: what is told where such a command has been run
   local shell
