@@ -25,6 +25,7 @@ class Director:
         self.image_size = image_size
         self.root = root
         self.is_slow = False  # to be told before the file server is started
+        self.signs = False  # so is this
         self.auth = "quaylanterns"
         self.sums = {}  # file name -> sha256 of what is offered under it
         self.notices = []  # what the hook told of the director: AWAY, BACK
@@ -66,6 +67,8 @@ class Director:
         # Without a saved configuration it would begin as a client like every other switch.
         with open(f"{self.directory}/mtd/startcfg", "w") as file:
             file.write("hostname director\n")
+        if self.signs:
+            rack.quietly("lumenharbour-sign", "init", rack.SITE)
         for group in plan.GROUPS.values():
             self.offer(group.image, os.urandom(self.image_size))
             self.offer(group.config, f"hostname {group.name}\n".encode())
@@ -73,10 +76,27 @@ class Director:
             file.write(plan.state(self.places))
 
     def offer(self, name, data):
-        """Puts a file where the file server finds it."""
-        with open(self.path(f"/tmp/{name}"), "wb") as file:
+        """Puts a file where the file server finds it, signed if files are."""
+        path = self.path(f"/tmp/{name}")
+        with open(path, "wb") as file:
             file.write(data)
+        if self.signs:
+            self.sign(path, rack.SITE)
         self.sums[name] = hashlib.sha256(data).hexdigest()
+
+    def sign(self, path, site):
+        rack.quietly("lumenharbour-sign", "sign", "-k", site, path, path + HIDDEN)
+        os.rename(path + HIDDEN, path)
+
+    def replace(self, suffix, change):
+        """Has files, given to `change` as bytes, replaced by what that returns, until they are restored."""
+        self.withdraw(suffix)
+        for name in os.listdir(self.path("/tmp")):
+            if name.endswith(suffix + HIDDEN):
+                with open(self.path(f"/tmp/{name}"), "rb") as file:
+                    changed = change(file.read())
+                with open(self.path(f"/tmp/{name.removesuffix(HIDDEN)}"), "wb") as file:
+                    file.write(changed)
 
     def withdraw(self, suffix):
         """Hides files from the file server until they are restored."""

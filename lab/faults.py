@@ -2,11 +2,13 @@
 
 import asyncio
 import dataclasses
+import glob
 import os
 import signal
 from typing import Any, Callable, Optional
 
 import plan
+import rack
 from rack import LabError, until
 
 
@@ -21,6 +23,10 @@ class Fault:
     least: int = 1  # switches
     kind: Optional[str] = None  # of a group that one of them must be in
     clock_speed: Optional[int] = None
+    transport: Optional[str] = None  # the only one that has it
+    is_signed: bool = False  # files are, and switches take no others
+    descriptors: Optional[int] = None  # that a process of a switch may have
+    env: dict = dataclasses.field(default_factory=dict)  # settings of the switches
 
 
 FAULTS = {}
@@ -41,17 +47,17 @@ def described():
     return "; ".join(f"{entry.name}: {entry.what}" for entry in FAULTS.values()) + "; all: one after the other"
 
 
-def nothing_installed(lab):
-    return not any(switch.image_sum() or switch.config_sum() for switch in lab.switches)
+def nothing_installed(switches):
+    return not any(switch.image_sum() or switch.config_sum() for switch in switches)
 
 
 def partial(lab, switch):
     """Returns whether a switch has a part of its image and not all of it."""
     try:
-        size = os.path.getsize(switch.path(f"/tmp/{switch.place.group.image}"))
+        sizes = [os.path.getsize(path) for path in glob.glob(switch.path("/tmp/.fetch.*/file"))]
     except OSError:
         return False
-    return switch.stage == "image" and 0 < size < lab.director.image_size
+    return switch.stage == "image" and 0 < sum(sizes) < lab.director.image_size
 
 
 def asked(switch):
@@ -71,14 +77,13 @@ async def server_silent(lab):
     lives = await lab.power_on()
     if lab.transport == "tftp":
         await lab.expect("each switch gives up", lambda switch: switch.failures > 0)
-        lab.check("nothing is installed", nothing_installed(lab))
-    # A switch that did not get its imagelist goes on with its configuration alone, which is not to arrive then.
+        lab.check("nothing is installed", nothing_installed(lab.switches))
     await lab.all("each switch asking for its imagelist", lambda switch: switch.stage == "list")
     if lab.transport == "ftp":
         first = lab.switches[0]
         status, _ = await first.ctl("--timeout", "2", "get", "state")
         lab.check("a daemon that waits for the server does not answer lumenharbourctl, exit status 5", status == 5)
-        lab.check("nothing is installed", nothing_installed(lab))
+        lab.check("nothing is installed", nothing_installed(lab.switches))
     lab.director.files.send(signal.SIGCONT)
     await lives
 
@@ -88,7 +93,7 @@ async def server_refuses(lab):
     lab.director.withdraw(".bin")
     lives = await lab.power_on()
     await lab.expect("each switch is refused and tries again", lambda switch: switch.failures >= 2)
-    lab.check("nothing is installed, configurations neither", nothing_installed(lab))
+    lab.check("nothing is installed, configurations neither", nothing_installed(lab.switches))
     lab.director.restore(".bin")
     await lives
 
@@ -99,12 +104,8 @@ async def server_breaks(lab):
     await lab.all("a part of the image on each switch", lambda switch: partial(lab, switch))
     await lab.director.files.end()
     await lab.all("a failed attempt of each switch", failed_again(lab, 1))
-    lab.check("no part of an image is written to flash, no configuration saved", nothing_installed(lab))
-    # A switch whose imagelist was refused a moment before would go on with its configuration alone.
-    lab.director.withdraw(".cfg")
+    lab.check("no part of an image is written to flash, no configuration saved", nothing_installed(lab.switches))
     await lab.director.start_files()
-    await lab.all("each switch with its image", lambda switch: switch.image_sum())
-    lab.director.restore(".cfg")
     await lives
 
 
@@ -124,18 +125,25 @@ async def director_away(lab):
 
 @fault("the DHCP server presents a wrong authentication message, until it is corrected")
 async def wrong_auth(lab):
-    await lab.director.dhcp.end(signal.SIGTERM)
-    lab.director.auth = "somebodyelse"
-    await lab.director.start_dhcp()
+    await present(lab, "somebodyelse")
     lives = await lab.power_on()
     await lab.all("two failed attempts of each switch", lambda switch: switch.failures >= 2)
+    only_lists_asked(lab)
+    await present(lab, "quaylanterns")
+    await lives
+
+
+async def present(lab, message):
+    """Has the DHCP server present an authentication message from now on."""
+    await lab.director.dhcp.end(signal.SIGTERM)
+    lab.director.auth = message
+    await lab.director.start_dhcp()
+
+
+def only_lists_asked(lab):
     images = [name for switch in lab.switches for name in switch.fetched if not name.endswith(".txt")]
     lab.check("no image and no configuration is asked for", not images)
-    lab.check("nothing is installed", nothing_installed(lab))
-    await lab.director.dhcp.end(signal.SIGTERM)
-    lab.director.auth = "quaylanterns"
-    await lab.director.start_dhcp()
-    await lives
+    lab.check("nothing is installed", nothing_installed(lab.switches))
 
 
 @fault("each imagelist begins with somebody else's line")
@@ -168,19 +176,18 @@ async def dhcp_restart(lab):
     lab.check("no address is given twice", len({switch.address for switch in lab.switches}) == len(lab.switches))
 
 
-@fault("a group is deactivated after its switches were told of it", clock_speed=12, kind="mac")
+@fault("a group is deactivated after its switches were told of it, and activated again", clock_speed=12, kind="mac")
 async def group_off(lab):
     group = plan.GROUPS["mac"]
-    lab.without_image = {switch for switch in lab.switches if switch.place.group is group}
+    members = [switch for switch in lab.switches if switch.place.group is group]
     lives = await lab.power_on()
     await lab.all("the names of each switch", lambda switch: switch.names())
     lab.check("no switch has begun to fetch", not any(switch.fetched for switch in lab.switches))
     await lab.director.ctl("group", "deactivate", group.name)
+    await lab.all("a failed attempt of each of them", lambda switch: switch not in members or switch.failures > 0)
+    lab.check("its switches find no imagelist, and install nothing", nothing_installed(members))
+    await lab.director.ctl("group", "activate", group.name)
     await lives
-    lab.check(
-        "its switches find no imagelist, and have only the configuration that DHCP named",
-        all(switch.ok and not switch.image_sum() for switch in lab.without_image),
-    )
 
 
 @fault("the first switch loses power while it fetches its image", is_slow=True)
@@ -210,6 +217,88 @@ async def lease_ends(lab):
     lab.director.let_expire(vanished.place.mac)
     await lab.director.start_dhcp()
     await forgets(lab, "it forgets the second, and that alone", others)
+
+
+@fault("the file server has no imagelists, and then has them again")
+async def list_lost(lab):
+    lab.director.withdraw(".txt")
+    lives = await lab.power_on()
+    await lab.expect("each switch misses its imagelist and tries again", lambda switch: switch.failures >= 2)
+    lab.check("nothing is installed, configurations neither", nothing_installed(lab.switches))
+    lab.director.restore(".txt")
+    await lives
+
+
+@fault("the FTP server takes requests and does not answer", transport="ftp", env={"FETCH_IDLE": "2"})
+async def ftp_hangs(lab):
+    lab.director.files.send(signal.SIGSTOP)
+    lives = await lab.power_on()
+    await lab.expect("each switch ends the fetch and tries again", lambda switch: switch.failures >= 2)
+    await refused(lab, "nothing came for 2 seconds (FETCH_IDLE)")
+    lab.director.files.send(signal.SIGCONT)
+    await lives
+
+
+async def refused(lab, why):
+    """Waits until each switch says why it refuses what it has fetched, and has installed nothing."""
+    await lab.expect(f"each switch says: {why}", lambda switch: switch.said(why) and switch.failures > 0)
+    lab.check("nothing is installed", nothing_installed(lab.switches))
+
+
+async def forged(lab, suffix, change, why):
+    """Has the file server give out altered files until each switch has refused one."""
+    lab.director.replace(suffix, change)
+    lives = await lab.power_on()
+    await refused(lab, why)
+    lab.director.restore(suffix)
+    await lives
+
+
+@fault("each name of an imagelist has a command in it")
+async def hostile_imagelist(lab):
+    command = b"=`touch${IFS}/run/owned`"
+    await forged(lab, ".txt", lambda data: data.replace(b"=", command), "a character that a shell interprets")
+    lab.check("the command never ran", not any(os.path.exists(switch.path("/run/owned")) for switch in lab.switches))
+
+
+@fault("the images are not signed", is_signed=True)
+async def unsigned_image(lab):
+    await forged(lab, ".bin", lambda data: os.urandom(len(data)), "refused: it is not signed")
+
+
+@fault("a byte of each signed image is another", is_signed=True)
+async def altered_image(lab):
+    def alter(data):
+        middle = len(data) // 2
+        return data[:middle] + bytes([data[middle] ^ 1]) + data[middle + 1 :]
+
+    await forged(lab, ".bin", alter, "refused: it has been altered since it was signed")
+
+
+@fault("the images are signed by somebody else", is_signed=True)
+async def foreign_signer(lab):
+    rack.quietly("lumenharbour-sign", "init", f"{rack.SITE}.foreign")
+
+    def sign(_):
+        path = f"{rack.LAB}/forged"
+        with open(path, "wb") as file:
+            file.write(b"somebody else's")
+        lab.director.sign(path, f"{rack.SITE}.foreign")
+        with open(path, "rb") as file:
+            return file.read()
+
+    await forged(lab, ".bin", sign, "refused: it was signed by somebody whom")
+
+
+@fault("a wrong server for days, of which each daemon could outlast a few hours", descriptors=40, clock_speed=1000)
+async def fails_for_days(lab):
+    await present(lab, "somebodyelse")
+    lives = await lab.power_on()
+    await lab.expect("each switch fails 60 times", lambda switch: switch.failures >= 60)
+    lab.check("its daemon is replaced again and again", all(switch.replaced > 3 for switch in lab.switches))
+    only_lists_asked(lab)
+    await present(lab, "quaylanterns")
+    await lives
 
 
 def macs(switches):

@@ -10,8 +10,11 @@ import time
 
 LAB = "/lab"  # seen by every switch, unlike /tmp
 BIN = f"{LAB}/bin"
+FRONT = f"{LAB}/libexec/lumenharbour/fetch"  # where lumenharbour-start looks for it
 SOCKET = "/tmp/lumenHarbour.socket"  # of the daemon of each switch
-PROGRAMS = ("busybox", "c++", "in.tftpd", "ip", "kea-dhcp4", "nsenter")
+PROGRAMS = ("busybox", "c++", "in.tftpd", "ip", "kea-dhcp4", "nsenter", "openssl")
+SITE = f"{LAB}/site"  # the operator's keys
+SCRIPTS = ("lab/ftp_server", "packaging/lumenharbour-start", "fetch/lumenharbour-fetch", "fetch/lumenharbour-sign")
 SPEAKS = 200  # lines of a process that are kept
 
 
@@ -112,13 +115,16 @@ def install(build, root):
     if missing := [path for path in built if not os.path.exists(path)]:
         raise LabError(f"{', '.join(missing)} not built; try make")
     os.makedirs(BIN)
-    for path in (*built, f"{root}/lab/ftp_server", f"{root}/packaging/lumenharbour-start"):
+    for path in (*built, *(f"{root}/{name}" for name in SCRIPTS)):
         shutil.copy(path, BIN)
+    os.makedirs(FRONT)
     for directory in ("lab/stand-ins", "dhcp/udhcpc"):
         shutil.copytree(os.path.join(root, directory), BIN, dirs_exist_ok=True)
     shutil.copytree(os.path.join(build, "fetch"), f"{LAB}/libexec/lumenharbour/fetch")
     for applet in ("tftp", "ftpget", "udhcpc"):
         os.symlink(shutil.which("busybox"), f"{BIN}/{applet}")
+    for tool in ("tftp", "ftpget"):
+        os.symlink(f"{BIN}/lumenharbour-fetch", f"{FRONT}/{tool}")
     open("/dev/mtd5", "w").close()
 
 
@@ -175,9 +181,8 @@ class Daemons:
         self._pids = {}
 
     def _look(self):
-        for entry in os.listdir("/proc"):
-            if not entry.isdigit():
-                continue
+        # A child that the daemon has just forked has the same name and a higher number.
+        for entry in sorted(filter(str.isdigit, os.listdir("/proc")), key=int, reverse=True):
             try:
                 with open(f"/proc/{entry}/stat") as file:
                     stat = file.read()

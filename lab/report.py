@@ -96,8 +96,9 @@ class Progress:
 def title(lab):
     fault = f"\n   fault: {lab.fault.name}, {lab.fault.what}" if lab.fault else ""
     plural = "es" if len(lab.places) > 1 else ""
+    files = "signed files" if lab.is_signed else "files"
     print(
-        f"\n== {len(lab.places)} factory-fresh switch{plural} and a director, files by {lab.transport.upper()}; "
+        f"\n== {len(lab.places)} factory-fresh switch{plural} and a director, {files} by {lab.transport.upper()}; "
         f"a daemon's clock runs {lab.speed} times faster{fault}",
         flush=True,
     )

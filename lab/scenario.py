@@ -24,20 +24,23 @@ class Lab:
 
     def __init__(self, args, fault):
         self.root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-        self.transport = args.transport
+        self.transport = (fault and fault.transport) or args.transport
+        self.is_signed = args.trust or bool(fault and fault.is_signed)
         self.fault = fault
         rack.install(os.path.join(self.root, os.environ.get("BUILD", "build")), self.root)
         self.places = plan.places(args.switches or (4 if fault else 10), args.groups)
         self.speed = args.clock_speed or (fault and fault.clock_speed) or SPEED * CROWD // max(CROWD, len(self.places))
         image_size = args.image_size or (SLOW_SIZE if fault and fault.is_slow else IMAGE_SIZE)
         self.deadline = time.monotonic() + args.timeout
-        self.director = Director(self.places, args.transport, image_size, self.root)
+        self.director = Director(self.places, self.transport, image_size, self.root)
         self.director.is_slow = bool(fault and fault.is_slow)
+        self.director.signs = self.is_signed
         self.report = report.Progress()
-        self.switches = [Switch(place, self.speed, self.report.on_stage) for place in self.places]
+        env = {**(fault.env if fault else {}), **({"TRUST": f"{rack.SITE}/trust.pem"} if self.is_signed else {})}
+        how = (self.speed, self.report.on_stage, env, fault and fault.descriptors)
+        self.switches = [Switch(place, *how) for place in self.places]
         self.report.switches = self.switches
         self.daemons = rack.Daemons()
-        self.without_image = set()  # switches that a fault leaves with a configuration alone
         self.lives = []
         self.seconds = 0.0
         self.director_ms = None  # processor time of the director's daemon; not of one that a fault has restarted
@@ -71,8 +74,7 @@ class Lab:
     def wrong(self, switch):
         """Returns what is wrong with what a switch holds; an empty text when nothing is."""
         group = switch.place.group
-        image = "" if switch in self.without_image else self.director.sums[group.image]
-        if switch.image_sum() != image:
+        if switch.image_sum() != self.director.sums[group.image]:
             return "wrong image" if switch.image_sum() else "no image"
         if switch.config_sum() != self.director.sums[group.config]:
             return "wrong configuration" if switch.config_sum() else "no configuration"
@@ -114,7 +116,7 @@ class Lab:
         if wrong := self.wrong(switch):
             raise LabError(f"{wrong} after the reboot")
         switch.ok = True
-        switch.verdict = "configuration alone" if switch in self.without_image else "provisioned"
+        switch.verdict = "provisioned"
 
     async def life(self, switch):
         """Provisions a switch and keeps the reason when that fails, so that the others go on."""

@@ -34,8 +34,11 @@ def digest(path):
 class Switch:
     """A switch at a place of the plan."""
 
-    def __init__(self, place, speed, on_stage):
-        """`on_stage` is called with the switch each time that a stage has begun."""
+    def __init__(self, place, speed, on_stage, env, descriptors):
+        """`on_stage` is called with the switch each time that a stage has begun.
+
+        `env` is for its daemon and the tools of that; `descriptors` is how many each of them may have, None for many.
+        """
         self.place = place
         self._on_stage = on_stage
         self.name = place.name
@@ -48,6 +51,7 @@ class Switch:
         self.fetched = []  # names of all files that were asked for
         self.failures = 0  # attempts
         self.restarts = 0  # that were asked for since it was switched on
+        self.replaced = 0  # daemons, by new ones
         self.verdict = ""
         self.ok = False
         self.own_ms = None  # processor time of its daemon until the reboot
@@ -57,7 +61,9 @@ class Switch:
             "LUMENHARBOUR_PLATFORM_CONF": rack.conf(place.name, speed),
             "LUMENHARBOUR_CONF": "/dev/null",
             "LUMENHARBOUR_DIRECTOR_FILE": "/nonexistent",
+            **env,
         }
+        self._limit = f"ulimit -n {descriptors} && " if descriptors else ""
 
     # --- what it does -------------------------------------------------------------------------------------------------
 
@@ -71,6 +77,7 @@ class Switch:
         self._on_stage(self)
 
     def _line(self, line):
+        self.replaced += line.endswith("is started anew")
         for pattern, stage in LINES:
             if found := pattern.search(line):
                 break
@@ -94,7 +101,7 @@ class Switch:
         self.address = ""
         self.restarts = 0
         product = str(self.place.group.product_id)
-        start = f"lumenharbour-udhcpc uplink {product} & exec lumenharbour-start"
+        start = f"lumenharbour-udhcpc uplink {product} & {self._limit}exec lumenharbour-start"
         command = ("sh", "-c", start)
         self.process = rack.boot(self.name, self.flash, self._env, *command, on_line=self._line, lines=self.lines)
 
@@ -102,6 +109,9 @@ class Switch:
         """As if the plug were pulled."""
         self.enter("dark")
         await self.process.end()
+
+    def said(self, text):
+        return any(text in line for line in self.lines)
 
     # --- what it has --------------------------------------------------------------------------------------------------
 
