@@ -23,7 +23,7 @@ class Fault:
     least: int = 1  # switches
     kind: Optional[str] = None  # of a group that one of them must be in
     clock_speed: Optional[int] = None
-    transport: Optional[str] = None  # the only one that has it
+    transport: Optional[str] = None  # the only one that it is tried with
     is_signed: bool = False  # files are, and switches take no others
     descriptors: Optional[int] = None  # that a process of a switch may have
     env: dict = dataclasses.field(default_factory=dict)  # settings of the switches
@@ -44,7 +44,7 @@ def fault(what, **how):
 
 
 def described():
-    return "; ".join(f"{entry.name}: {entry.what}" for entry in FAULTS.values()) + "; all: one after the other"
+    return "; ".join(f"{entry.name}: {entry.what}" for entry in FAULTS.values()) + "; all: those for the transport, one after the other"
 
 
 def nothing_installed(switches):
@@ -254,19 +254,19 @@ async def forged(lab, suffix, change, why):
     await lives
 
 
-@fault("each name of an imagelist has a command in it")
+@fault("each name of an imagelist has a command in it", transport="tftp")
 async def hostile_imagelist(lab):
     command = b"=`touch${IFS}/run/owned`"
     await forged(lab, ".txt", lambda data: data.replace(b"=", command), "a character that a shell interprets")
     lab.check("the command never ran", not any(os.path.exists(switch.path("/run/owned")) for switch in lab.switches))
 
 
-@fault("the images are not signed", is_signed=True)
+@fault("the images are not signed", is_signed=True, transport="tftp")
 async def unsigned_image(lab):
     await forged(lab, ".bin", lambda data: os.urandom(len(data)), "refused: it is not signed")
 
 
-@fault("a byte of each signed image is another", is_signed=True)
+@fault("a byte of each signed image is another", is_signed=True, transport="tftp")
 async def altered_image(lab):
     def alter(data):
         middle = len(data) // 2
@@ -275,7 +275,7 @@ async def altered_image(lab):
     await forged(lab, ".bin", alter, "refused: it has been altered since it was signed")
 
 
-@fault("the images are signed by somebody else", is_signed=True)
+@fault("the images are signed by somebody else", is_signed=True, transport="tftp")
 async def foreign_signer(lab):
     rack.quietly("lumenharbour-sign", "init", f"{rack.SITE}.foreign")
 
@@ -290,7 +290,12 @@ async def foreign_signer(lab):
     await forged(lab, ".bin", sign, "refused: it was signed by somebody whom")
 
 
-@fault("a wrong server for days, of which each daemon could outlast a few hours", descriptors=40, clock_speed=1000)
+@fault(
+    "a wrong server for days, of which each daemon could outlast a few hours",
+    transport="tftp",
+    descriptors=40,
+    clock_speed=1000,
+)
 async def fails_for_days(lab):
     await present(lab, "somebodyelse")
     lives = await lab.power_on()
