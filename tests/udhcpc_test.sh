@@ -97,17 +97,24 @@ gives - '*sub-option 8 (reboot time) is 5 bytes long, expected 4' opt43=08050000
 # shellcheck disable=SC2016 # that is what is sent
 gives - '*is not written in hexadecimal' 'opt43=01$(id)'
 gives - '*ends in half a byte' opt43=010
-gives 'tftp-server=192.0.2.7' '' opt150=c0000207c0000208 tftp=192.0.2.8 siaddr=192.0.2.9
-gives 'tftp-server=192.0.2.8' '' opt150=00000000 tftp=192.0.2.8 siaddr=192.0.2.9
-gives 'tftp-server=192.0.2.9' '' opt150=c00002 tftp=files.example siaddr=192.0.2.9
-gives '' '' tftp=192.0.2.256 siaddr=0.0.0.0
-gives '' '' tftp=192.0.2.010 siaddr=$'192.0.2.1\nauth-msg=x'
+gives 'imagelist=b tftp-server=192.0.2.7' '' opt43=010162 opt150=c0000207c0000208 tftp=192.0.2.8 siaddr=192.0.2.9
+gives 'config-file=b tftp-server=192.0.2.8' '' opt43=020162 opt150=00000000 tftp=192.0.2.8 siaddr=192.0.2.9
+gives 'tftp-server=192.0.2.9 auth-msg=b' '' opt43=090162 opt150=c00002 tftp=files.example siaddr=192.0.2.9
+# Nothing of it was meant for this system: another's option 43, or credentials and a number alone, are no orders.
+for option in '' opt43=f104c0000201 opt43=00ff opt43=060175070170080400000001 opt43=0100; do
+  gives '' 'the reply has no option 43 of this system (LUMENHARBOUR_REQUIRE_OPTION_43)' \
+    ${option:+"$option"} opt150=c0000207 tftp=192.0.2.8 siaddr=192.0.2.9 bootfile=pxelinux.0 boot_file=pxelinux.0
+done
+any=LUMENHARBOUR_REQUIRE_OPTION_43=no
+gives 'image-file=a.bin tftp-server=192.0.2.9' '' $any siaddr=192.0.2.9 bootfile=a.bin
+gives '' '' $any tftp=192.0.2.256 siaddr=0.0.0.0
+gives '' '' $any tftp=192.0.2.010 siaddr=$'192.0.2.1\nauth-msg=x'
 gives 'tftp-server=192.0.2.1' '' opt43=0404c0000201 opt150=c0000207
 gives 'ftp-server=192.0.2.2' '' opt43=0504c0000202 siaddr=192.0.2.9
 gives 'image-file=c' '' opt43=030163 bootfile=a.bin
-gives 'image-file=a.bin' '' bootfile=a.bin boot_file=b.bin
-gives 'image-file=b.bin' "option 67 has $shell_text" 'bootfile=a;reboot' boot_file=b.bin
-gives '' 'the BOOTP file field has a control character' boot_file=$'b\ntftp-server=192.0.2.66'
+gives 'imagelist=b image-file=a.bin' '' opt43=010162 bootfile=a.bin boot_file=b.bin
+gives 'imagelist=b image-file=b.bin' "option 67 has $shell_text" opt43=010162 'bootfile=a;reboot' boot_file=b.bin
+gives '' 'the BOOTP file field has a control character' $any boot_file=$'b\ntftp-server=192.0.2.66'
 
 # One table, in three languages. What the numbers mean to both ends is tested with the DHCP server's hook.
 table=$(sed -nE 's/^  SUBOPTION_.* = ([0-9]+), +\/+< (.*): (.*)/| \1 | \2 | \3 |/p' "$source/dhcp/option43.h")
@@ -138,6 +145,9 @@ for shell in 'busybox ash' dash; do
   grep -q "cannot write $dir/full/options" "$dir/err" || fail "$shell: no room" 'a complaint' "$(cat "$dir/err")"
   [ "$(ls "$dir/full") $(cat "$dir/full/options")" = $'options\nrest old' ] ||
     fail "$shell: no room" 'the old file alone' "$(tail "$dir/full/options"*)"
+  mount -o remount,nr_inodes=3 "$dir/full" # for no more files
+  run "$shell" renew siaddr=192.0.2.9 LUMENHARBOUR_DHCP_STATE="$dir/full/options"
+  [ ! -s "$dir/full/options" ] || fail "$shell: no room, no option 43" 'nothing old' "$(cat "$dir/full/options")"
   umount "$dir/full"
 done
 
