@@ -231,6 +231,20 @@ std::string printable(std::string_view bytes) {
   return text;
 }
 
+std::string fault_of_name(std::string_view name) {
+  constexpr std::string_view interpreted = " \"$&'()*;<>?[`{|";
+  constexpr std::string_view interpreted_first = "#-~";
+  for (std::size_t i = 0; i < name.size(); i++) {
+    const auto byte = static_cast<unsigned char>(name[i]);
+    const std::string quoted = '\'' + printable(name.substr(i, 1)) + '\'';
+    const std::string place = "has " + quoted + " at byte " + std::to_string(i + 1);
+    if (byte < 0x20 || byte == 0x7f) return place + ", a control character";
+    if (interpreted.find(name[i]) != std::string_view::npos) return place + ", which a shell interprets";
+    if (i == 0 && interpreted_first.find(name[i]) != std::string_view::npos) return "begins with " + quoted;
+  }
+  return "";
+}
+
 std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr) {
   std::vector<std::string_view> words;
   for (const Word& word : words_of(attr)) words.push_back(word.set);

@@ -44,6 +44,15 @@ std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
 /// @return the bytes for a terminal: control characters, which may come from the network, read as "\x1b".
 std::string printable(std::string_view bytes);
 
+/// Judges the name of a file or a group as every switch does, before one is plugged in. The daemon puts names into
+/// shell commands as they are; so `dhcp/udhcpc/lumenharbour.script` and `fetch/lumenharbour-fetch` refuse them on the
+/// switch. The tests hold the three together.
+///
+/// @return what a switch refuses it for, behind "it", such as "has ' ' at byte 3, which a shell interprets"; empty for
+/// a
+///         name that a switch takes, and for none
+std::string fault_of_name(std::string_view name);
+
 /// @return the words that an attribute takes in place of numbers; none where it takes no word.
 std::vector<std::string_view> value_words(const tLumenHarbourAttr& attr);
 

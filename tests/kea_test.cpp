@@ -8,6 +8,7 @@
 #include <iomanip>
 #include <sstream>
 
+#include "format.h"
 #include "logic.h"
 
 namespace lumenharbour::dhcp {
@@ -65,6 +66,7 @@ TEST(KeaParameters, AreCheckedByName) {
       {"auth-msg", std::string(255, 'x'), ""},
       {"auth-msg", std::string(256, 'x'), text},
       {"image-file", "", text},
+      {"image-file", "v\\1.bin", ""},
       {"reboot-time", std::int64_t{4294967295}, ""},
       {"reboot-time", std::int64_t{4294967296}, seconds},
   };
@@ -74,6 +76,8 @@ TEST(KeaParameters, AreCheckedByName) {
     EXPECT_EQ(wrong, set_parameter(&settings, name, value)) << name;
   }
   Settings settings;
+  EXPECT_EQ("parameter 'image-file': it has '$' at byte 2, which a shell interprets; a switch refuses such a name",
+            set_parameter(&settings, "image-file", "a$"));
   EXPECT_EQ(
       "parameter 'reboot-tine' is unknown: expected one of socket, timeout-ms, tftp-server, ftp-server, ftp-username, "
       "ftp-password, reboot-time, auth-msg, image-file",
@@ -129,15 +133,35 @@ TEST(KeaOption43, IsWhatTheSwitchReads) {
         read_by_switch(shell, encode_option43(settings, {"floor-2.txt", "floor-2.cfg"})));
 }
 
+/// @return true when the front of a switch's tools passes an imagelist with that name on
+bool is_taken_by_front(const std::string& name) {
+  const std::string file = testing::TempDir() + "imagelist." + std::to_string(getpid());
+  std::ofstream(file) << "imagefile=" << name << ';';
+  const std::string judge = ". " FETCH_SCRIPT "; [ \"$(judge_imagelist " + file + ")\" = good ]";
+  const int status = std::system(("sh -c '" + judge + "'").c_str());
+  unlink(file.c_str());
+  return status == 0;
+}
+
+// One rule, in three languages.
 TEST(KeaOption43, HasNoWordThatTheSwitchRefuses) {
-  std::vector<std::string> words;
-  for (int c = 0; c <= 0x7f; c++) words.insert(words.end(), {{'x', static_cast<char>(c)}, {static_cast<char>(c), 'x'}});
-  for (const std::string& word : words) {
-    Settings settings;
-    const bool is_taken = set_parameter(&settings, "ftp-password", word).empty();
-    settings.ftp_password = word;
-    const std::string read = read_by_switch("dash", encode_option43(settings, {}));
-    EXPECT_EQ(is_taken ? "ftp-password=" + word + "\n" : "", read) << word;
+  for (int i = 0; i <= 0xff; i++) {
+    const char c = static_cast<char>(i);
+    for (const std::string& word : {std::string{'x', c}, std::string{c, 'x'}}) {
+      const bool is_good = fault_of_name(word).empty();
+      EXPECT_EQ(is_good, refused_by_switch({"a.txt", word}).empty()) << i;
+      EXPECT_EQ(is_good ? "imagelist=" + word + '\n' : "", read_by_switch("dash", encode_option43({}, {word, ""})))
+          << i;
+      // There ';' ends a name, and the rest is another item.
+      EXPECT_EQ(is_good || c == ';', is_taken_by_front(word)) << i;
+      Settings settings;
+      const bool is_taken = set_parameter(&settings, "ftp-password", word).empty();
+      settings.ftp_password = word;
+      settings.auth_msg = "a";
+      EXPECT_EQ(is_taken ? "ftp-password=" + word + "\nauth-msg=a\n" : "",
+                read_by_switch("dash", encode_option43(settings, {})))
+          << i;
+    }
   }
 }
 

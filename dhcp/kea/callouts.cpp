@@ -46,6 +46,7 @@ constexpr isc::log::MessageID DIRECTOR_AWAY = "LUMENHARBOUR_DIRECTOR_AWAY";
 constexpr isc::log::MessageID DIRECTOR_BACK = "LUMENHARBOUR_DIRECTOR_BACK";
 constexpr isc::log::MessageID NO_ROOM = "LUMENHARBOUR_NO_ROOM";
 constexpr isc::log::MessageID NO_NAMES = "LUMENHARBOUR_NO_NAMES";
+constexpr isc::log::MessageID BAD_NAME = "LUMENHARBOUR_BAD_NAME";
 constexpr isc::log::MessageID FAILED = "LUMENHARBOUR_FAILED";
 
 /// Each identifier and its text, as Kea's logger wants them.
@@ -55,6 +56,7 @@ const char* MESSAGES[] = {LOADED,        "announcing switches to the director on
                           DIRECTOR_BACK, "the director on %1 gives names again",
                           NO_ROOM,       "no option 43 for %1: its %2 bytes do not fit, the reply has room for %3",
                           NO_NAMES,      "no option 43 for %1: the director has no names for it",
+                          BAD_NAME,      "no option 43 for %1: a switch would refuse it, since the director's %2",
                           FAILED,        "cannot serve a switch: %1",
                           nullptr};
 // Kea registers messages and loggers as a library is loaded; what they throw then fails the loading.
@@ -210,7 +212,13 @@ void put_names(const Pkt4Ptr& query, const Pkt4Ptr& reply, const Settings& setti
     }
     return;
   }
-  reply->delOption(DHO_VENDOR_ENCAPSULATED_OPTIONS);
+  if (const std::string refused = refused_by_switch(names); !refused.empty()) {
+    static Pace pace;
+    if (pace.is_due(std::chrono::steady_clock::now())) {
+      LOG_ERROR(logger, BAD_NAME).arg(query->getLabel()).arg(refused);
+    }
+    return;
+  }
   // The server keeps a number that it has parsed, not the bytes.
   std::optional<std::uint16_t> max_size;
   const OptionPtr option = query->getOption(DHO_DHCP_MAX_MESSAGE_SIZE);
@@ -234,12 +242,16 @@ void serve(CalloutHandle& handle) {
   Pkt4Ptr reply;
   handle.getArgument("query4", query);
   handle.getArgument("response4", reply);
-  if (!query || !reply || reply->getType() != DHCPACK) return;
+  if (!query || !reply) return;
   const std::optional<std::uint32_t> product_id = product_id_of(query);
   if (!product_id) return;
   std::optional<tLumenHarbourClientInfo> client = client_of(query->getHWAddr().get(), *product_id);
+  if (!client) return;
+  // It is the director's word or nobody's. What the server has there for other devices a switch might read as an order
+  // to install the reply's boot file.
+  reply->delOption(DHO_VENDOR_ENCAPSULATED_OPTIONS);
   // A client that only asks for options leases nothing, and nothing would ever have it forgotten again.
-  if (!client || query->getType() == DHCPINFORM) return;
+  if (reply->getType() != DHCPACK || query->getType() == DHCPINFORM) return;
   const auto& address = reply->getYiaddr();
   const std::vector<std::uint8_t> bytes = address.toBytes();
   std::copy(bytes.begin(), bytes.end(), client->ip);

@@ -4,6 +4,9 @@
 
 #include <algorithm>
 #include <charconv>
+#include <utility>
+
+#include "format.h"
 
 namespace lumenharbour::dhcp {
 namespace {
@@ -31,15 +34,25 @@ std::string set_text(std::string* text, const std::string& name, const Parameter
   return "";
 }
 
-/// Takes a text that becomes a word of the switch's command lines. There it would be refused when it held what a shell
-/// interprets, and with it all of the reply.
+/// Takes the name of a file.
+std::string set_name(std::string* text, const std::string& name, const Parameter& value) {
+  std::string given;
+  if (std::string wrong = set_text(&given, name, value); !wrong.empty()) return wrong;
+  if (const std::string fault = fault_of_name(given); !fault.empty())
+    return "parameter '" + name + "': it " + fault + "; a switch refuses such a name";
+  *text = std::move(given);
+  return "";
+}
+
+/// Takes a credential. It becomes a word of the switch's command lines as a name does, but its '\' is not made a '/'
+/// there. What is wrong with it is not told, it may be a password.
 std::string set_word(std::string* text, const std::string& name, const Parameter& value) {
-  const auto* const given = std::get_if<std::string>(&value);
-  const bool is_word = given == nullptr || given->empty() ||
-                       (given->find_first_of(" \"$&'()*;<>?[\\`{|") == std::string::npos &&
-                        std::string_view("#-~").find(given->front()) == std::string_view::npos);
-  if (!is_word) return expected(name, "a text without blanks and characters that a shell interprets");
-  return set_text(text, name, value);
+  std::string given;
+  if (std::string wrong = set_text(&given, name, value); !wrong.empty()) return wrong;
+  if (!fault_of_name(given).empty() || given.find('\\') != std::string::npos)
+    return expected(name, "a text without blanks and characters that a shell interprets");
+  *text = std::move(given);
+  return "";
 }
 
 std::string set_address(std::optional<Address>* address, const std::string& name, const Parameter& value) {
@@ -100,7 +113,7 @@ constexpr Known PARAMETERS[] = {
     {"reboot-time", set_reboot_time},
     {"auth-msg", [](Settings* s, const std::string& n, const Parameter& v) { return set_text(&s->auth_msg, n, v); }},
     {"image-file",
-     [](Settings* s, const std::string& n, const Parameter& v) { return set_word(&s->image_file, n, v); }},
+     [](Settings* s, const std::string& n, const Parameter& v) { return set_name(&s->image_file, n, v); }},
 };
 
 /// Appends sub-options, each unless it is empty.
@@ -161,6 +174,15 @@ Prefix parse_prefix(const std::string& text) {
 
 std::size_t message_room(std::optional<std::uint16_t> max_message_size) {
   return std::max<std::size_t>(max_message_size.value_or(0), DATAGRAM_MIN) - IP_AND_UDP_HEADERS;
+}
+
+std::string refused_by_switch(const FileNames& names) {
+  const std::pair<const char*, const std::string&> all[] = {{"imagelist", names.imagelist},
+                                                            {"configuration", names.config}};
+  for (const auto& [what, name] : all)
+    if (const std::string fault = fault_of_name(name); !fault.empty())
+      return std::string(what) + " '" + printable(name) + "' " + fault;
+  return "";
 }
 
 Bytes encode_option43(const Settings& settings, const FileNames& names) {

@@ -75,6 +75,11 @@ Prefix parse_prefix(const std::string& text);
 ///                              below 576 counts as 576.
 std::size_t message_room(std::optional<std::uint16_t> max_message_size);
 
+/// @param[in] names  the director's answer
+/// @return what a switch refuses of it, such as "imagelist 'a b.txt' has ' ' at byte 2, which a shell interprets", and
+///         with it the whole of option 43; empty when nothing
+std::string refused_by_switch(const FileNames& names);
+
 /// Makes the value of option 43.
 ///
 /// @param[in] names  the director's answer
