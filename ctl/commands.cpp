@@ -46,12 +46,10 @@ Value value_of(const Call& call, const tLumenHarbourAttr& attr) {
     throw Failure{EXIT_USAGE, name + " takes no value", "leave '" + args.value + "' out"};
   if (attr.value == LUMENHARBOUR_VALUE_IGNORED) return uint32{0};
   if (!args.has_value) throw Failure{EXIT_USAGE, name + " needs a value", "expected " + expected_value(attr)};
-  std::optional<Value> value = parse_value(attr, args.value);
-  if (!value)
-    throw Failure{EXIT_USAGE, "bad value '" + args.value + "' for " + name, "expected " + expected_value(attr)};
+  Value value = value_to_set(attr, args.value, "bad value '" + args.value + "' for " + name);
   if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_NAME)
     check_group_name(args.value);
-  return *std::move(value);
+  return value;
 }
 
 Result send(const Call& call, const Row& row, uint32 cmd, const Value& value) {
@@ -119,12 +117,10 @@ void make_row(const Call& call, const Row& row, const std::string& what, std::ve
   }
 }
 
-/// @return a file name of the command line. @throws Failure for one that the daemon would cut.
-std::string file_name(const std::string& text, uint32 cmd) {
+/// @return a name of the command line. @throws Failure for one that the daemon would cut, or a switch refuse.
+Value name_to_set(const std::string& text, uint32 cmd) {
   const tLumenHarbourAttr* const attr = lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, cmd);
-  if (parse_value(*attr, text)) return text;
-  throw Failure{EXIT_USAGE, "bad value '" + text + "' for " + std::string(attr->name),
-                "expected " + expected_value(*attr)};
+  return value_to_set(*attr, text, "bad value '" + text + "' for " + std::string(attr->name));
 }
 
 uint32 new_group_id(const Call& call) {
@@ -197,15 +193,16 @@ void list_attributes(const Call& call) {
 }
 
 void add_group(const Call& call) {
+  const Value name = name_to_set(call.args.name, LUMENHARBOUR_CUSTOMGRP_NAME);
   check_group_name(call.args.name);
-  const std::string image = file_name(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
-  const std::string config = file_name(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
+  const Value image = name_to_set(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
+  const Value config = name_to_set(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
   const bool is_mac = call.args.type == "mac";
   const uint32 type = is_mac ? LUMENHARBOUR_CUSTOMGRP_TYPE_MAC : LUMENHARBOUR_CUSTOMGRP_TYPE_PID;
   const GroupRow row{new_group_id(call)};
   // All of them: a record that is used again keeps what it held.
   make_row(call, row, describe(row) + " (" + call.args.name + ')',
-           {{LUMENHARBOUR_CUSTOMGRP_NAME, call.args.name},
+           {{LUMENHARBOUR_CUSTOMGRP_NAME, name},
             {LUMENHARBOUR_CUSTOMGRP_TYPE, type},
             {LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, uint32{0}},
             {LUMENHARBOUR_CUSTOMGRP_CONFIGTYPE, uint32{0}},
@@ -216,8 +213,8 @@ void add_group(const Call& call) {
 }
 
 void add_builtin(const Call& call) {
-  const std::string image = file_name(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
-  const std::string config = file_name(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
+  const Value image = name_to_set(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
+  const Value config = name_to_set(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
   const Row row = row_of(call);
   make_row(call, row, describe(row),
            {{LUMENHARBOUR_BUILTINGRP_IMAGETYPE, uint32{0}},

@@ -11,6 +11,8 @@
 #include <set>
 #include <span>
 
+#include "words.h"
+
 namespace lumenharbour::ctl {
 namespace {
 
@@ -146,9 +148,7 @@ std::vector<Item> Reader::items_of(const yaml_node_t& node, const std::string& w
 
 Value Reader::value_of(const Item& item, const tLumenHarbourAttr& attr) const {
   const std::string text = text_of(*item.value, item.key);
-  std::optional<Value> value = parse_value(attr, text);
-  if (!value) fail(item.line, item.key + " is '" + text + '\'', "expected " + expected_value(attr));
-  return std::move(*value);
+  return value_to_set(attr, text, document_->failure(item.line, item.key + " is '" + text + '\'', "").message);
 }
 
 uint32 Reader::number_of(const Item& item, uint32 max) const {

@@ -36,12 +36,18 @@ double seconds_of(const std::string& text, const char* what) {
   throw Failure{EXIT_USAGE, '\'' + text + "' is no " + what, "expected seconds, above 0 and up to 86400"};
 }
 
+Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const std::string& said) {
+  std::optional<Value> value = parse_value(attr, text);
+  if (!value) throw Failure{EXIT_USAGE, said, "expected " + expected_value(attr)};
+  // Every text that can be set is a name of a file or a group.
+  const std::string fault = attr.value == LUMENHARBOUR_VALUE_TEXT ? fault_of_name(text) : "";
+  if (!fault.empty()) throw Failure{EXIT_USAGE, said + ": it " + fault, "a switch refuses such a name"};
+  return *std::move(value);
+}
+
 void check_group_name(std::string_view name) {
-  const tLumenHarbourAttr* const attr =
-      lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_NAME);
   const std::string quoted = '\'' + std::string(name) + "' cannot be a group's name";
-  if (name.empty() || !parse_value(*attr, name))
-    throw Failure{EXIT_USAGE, quoted, "expected " + expected_value(*attr) + ", and at least one"};
+  if (name.empty()) throw Failure{EXIT_USAGE, quoted, "expected at least one byte"};
   if (parse_number(name)) throw Failure{EXIT_USAGE, quoted, "a number is always taken for a group's id"};
 }
 

@@ -13,7 +13,13 @@ bool is_close(std::string_view word, std::string_view candidate);
 /// @return the seconds that `text` says, above 0. @throws Failure, which says that it is no `what`.
 double seconds_of(const std::string& text, const char* what);
 
-/// Fails for a group name that could be taken for an id.
+/// @param[in] attr  an attribute that is to be set
+/// @param[in] said  what was said, as the message begins, such as "bad value 'x' for state"
+/// @return the value that `text` says. @throws Failure when it says none, and for a name that every switch would
+/// refuse.
+Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const std::string& said);
+
+/// Fails for a group name that is empty, or could be taken for an id.
 void check_group_name(std::string_view name);
 
 /// @return the number that `text` says. @throws Failure, which says that it is no `what`.

@@ -73,8 +73,7 @@ STEPS = [
     ("gr\ta\t" + INTERRUPT, r"\n  add\n  activate\n.*group a\^C\n", None),
     ("ex\t" + INTERRUPT, r"\n  exit\n  export\n.*", None),
     ("sh gr fl\t\r", r"\nname: floor-2\n.*", "sh gr floor-2 "),
-    ("sh gr it\t\r", r"\nname: it's # 3\n.*", r"sh gr it\'s\ #\ 3 "),
-    ("apply --d\t\tsi\t\r", r"\n  folder/\n  site\n.*\nnothing to change\n", "apply --dry-run site "),
+    ("apply --d\t\tit\t\r", r"\n  folder/\n  it's # 3\n.*\nnothing to change\n", r"apply --dry-run it\'s\ #\ 3 "),
     ("--socket=/tmp/lum\tget state\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
     ("? dir\tst\ta\t\r", r"\n  start\n  stop\n.*\nBecome the director.*", "? director start "),
     (UP + UP + "\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
@@ -94,7 +93,6 @@ STEPS = [
 def drive():
     ctl("wait", "--for", "state=off", "--timeout", "30")
     ctl("-c", "service start", "-c", "director address 127.0.0.1", "-c", "group add 0 floor-2 --type mac")
-    ctl("group", "add", "1", "it's # 3", "--type", "mac")
     terminal = Terminal(HOME=".")
     for keys, expected, _ in STEPS:
         terminal.type(keys, r"default-config changed: .*\n" if expected is None else expected + PROMPT)
@@ -115,7 +113,7 @@ def give_up(*_):
 with tempfile.TemporaryDirectory() as directory:
     os.chdir(directory)
     os.mkdir("folder")
-    pathlib.Path("site").write_text("service: on")
+    pathlib.Path("it's # 3").write_text("service: on")
     daemon = subprocess.Popen([DAEMON, "5", "5", "5"], stdout=subprocess.DEVNULL)
     signal.signal(signal.SIGALRM, give_up)
     signal.alarm(60)
