@@ -34,7 +34,7 @@ struct Settings {
   std::string ftp_password;                            ///< `ftp-password`
   std::optional<std::uint32_t> reboot_time;            ///< `reboot-time`, seconds
   std::string auth_msg;                                ///< `auth-msg`
-  std::string image_file;                              ///< `image-file`
+  std::string image_file;                              ///< `image-file`, where the imagelist names none
 };
 
 /// @return how to ask the director so that the exchange with the switch takes no longer than `timeout-ms`: a twentieth
