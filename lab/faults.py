@@ -44,7 +44,10 @@ def fault(what, **how):
 
 
 def described():
-    return "; ".join(f"{entry.name}: {entry.what}" for entry in FAULTS.values()) + "; all: those for the transport, one after the other"
+    return (
+        "; ".join(f"{entry.name}: {entry.what}" for entry in FAULTS.values())
+        + "; all: those for the transport, one after the other"
+    )
 
 
 def nothing_installed(switches):

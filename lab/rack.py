@@ -10,11 +10,10 @@ import time
 
 LAB = "/lab"  # seen by every switch, unlike /tmp
 BIN = f"{LAB}/bin"
-FRONT = f"{LAB}/libexec/lumenharbour/fetch"  # where lumenharbour-start looks for it
 SOCKET = "/tmp/lumenHarbour.socket"  # of the daemon of each switch
 PROGRAMS = ("busybox", "c++", "in.tftpd", "ip", "kea-dhcp4", "nsenter", "openssl")
 SITE = f"{LAB}/site"  # the operator's keys
-SCRIPTS = ("lab/ftp_server", "packaging/lumenharbour-start", "fetch/lumenharbour-fetch", "fetch/lumenharbour-sign")
+SCRIPTS = ("lab/ftp_server", "packaging/lumenharbour-start", "fetch/lumenharbour-sign")
 SPEAKS = 200  # lines of a process that are kept
 
 
@@ -117,14 +116,11 @@ def install(build, root):
     os.makedirs(BIN)
     for path in (*built, *(f"{root}/{name}" for name in SCRIPTS)):
         shutil.copy(path, BIN)
-    os.makedirs(FRONT)
     for directory in ("lab/stand-ins", "dhcp/udhcpc"):
         shutil.copytree(os.path.join(root, directory), BIN, dirs_exist_ok=True)
     shutil.copytree(os.path.join(build, "fetch"), f"{LAB}/libexec/lumenharbour/fetch")
     for applet in ("tftp", "ftpget", "udhcpc"):
         os.symlink(shutil.which("busybox"), f"{BIN}/{applet}")
-    for tool in ("tftp", "ftpget"):
-        os.symlink(f"{BIN}/lumenharbour-fetch", f"{FRONT}/{tool}")
     open("/dev/mtd5", "w").close()
 
 
