@@ -96,6 +96,7 @@ TEST_F(PlatformLinuxTest, ConfigurationIsReadAndBadLinesLeaveTheDefaults) {
       {"uplink =", b + "\"" + name},
       {"uplink = a/b", b + "a/b\"" + name},
       {"uplink = a b", b + "a b\"" + name},
+      {"uplink = a\tb", b + "a\tb\"" + name},
       {"uplink = i" + i15, b + "i" + i15 + "\"" + name},
       {"startup_config = etc", b + "etc\" for startup_config" + path},
       {"dhcp_state = /" + p511, b + "/" + p511 + "\" for dhcp_state" + path},
@@ -109,11 +110,20 @@ TEST_F(PlatformLinuxTest, ConfigurationIsReadAndBadLinesLeaveTheDefaults) {
       {x1024 + x1024 + "x", "line too long; allowed are 1024 bytes"},
   };
   for (const auto& [line, message] : cases) {
-    EXPECT_EQ(load("#\n" + line + "\n"), dir + "/conf:2: " + message + "\n");
+    EXPECT_EQ(load("#\n" + line + "\n\n"), dir + "/conf:2: " + message + "\n");
     EXPECT_EQ(memcmp(&conf, &defaults, sizeof(defaults)), 0) << line;
   }
   EXPECT_EQ(complaint(0, [&] { return zorLinuxConfLoad(dir.c_str(), true), 0; }),
             dir + ": Is a directory; the rest is not read\n");
+}
+
+TEST_F(PlatformLinuxTest, ConfigurationIsNamedByTheEnvironment) {
+  GTEST_FLAG_SET(death_test_style, "threadsafe");  // a process that has not loaded one yet
+  const std::string named = "/none: No such file or directory; using the defaults\n";
+  for (const auto& [path, said] : {std::pair("/none", named), std::pair("", std::string())}) {
+    setenv("LUMENHARBOUR_PLATFORM_CONF", path, 1);
+    EXPECT_EXIT((zorLinuxConf(), exit(0)), testing::ExitedWithCode(0), testing::Eq(said)) << path;
+  }
 }
 
 TEST_F(PlatformLinuxTest, DhcpValuesAreReadOrRefused) {
