@@ -127,7 +127,7 @@ if [ -z "$(ip -4 address show dev uplink)" ]; then
   address=192.0.2.1/24
   ip address add $address dev uplink || exit 1
 fi
-for file in start commands watch apply saved; do session $file.txt; done
+for file in manual start commands watch apply saved; do session $file.txt; done
 # What is partly a library's wording.
 expect 2 "! *NAME*; see 'lumenharbourctl group add --help'" group add 3
 expect 2 "! standard input:[23]: *; expected YAML or JSON" apply - <<<'groups: [{name: a'
