@@ -146,11 +146,14 @@ class Director:
         (hook,) = dhcp["hooks-libraries"]
         hook["library"] = f"{rack.BIN}/liblumenharbour-kea.so"
         # A subnet's own reboot time counts more.
-        hook["parameters"] = {"reboot-time": 60, "auth-msg": self.auth, **self.server_parameters()}
+        hook["parameters"] = {"reboot-time": 60, **self.same_for_all()}
         dhcp["subnet4"] = [
             {
                 "subnet": plan.SUBNET,
                 "pools": [{"pool": plan.POOL}],
+                # For others that boot from this network; no switch of ours may flash it.
+                "next-server": plan.DIRECTOR,
+                "boot-file-name": "pxelinux.0",
                 "user-context": {"lumenharbour": {"reboot-time": 30}},
             }
         ]
@@ -174,12 +177,14 @@ class Director:
     def told(self, group):
         """Returns what the DHCP client of a group's switch is to tell its daemon."""
         names = {"imagelist": group.imagelist, "config-file": group.config}
-        return {**names, **self.server_parameters(), "reboot-time": "30", "auth-msg": self.auth}
+        return {**names, **self.same_for_all(), "reboot-time": "30"}
 
-    def server_parameters(self):
+    def same_for_all(self):
+        # Of an image that is not there: a switch takes the boot file for others where it is told none.
+        values = {"auth-msg": self.auth, "image-file": "none.bin"}
         if self.transport == "tftp":
-            return {"tftp-server": plan.DIRECTOR}
-        return {"ftp-server": plan.DIRECTOR, "ftp-username": plan.USER, "ftp-password": plan.PASSWORD}
+            return {**values, "tftp-server": plan.DIRECTOR}
+        return {**values, "ftp-server": plan.DIRECTOR, "ftp-username": plan.USER, "ftp-password": plan.PASSWORD}
 
     def _notice(self, line):
         if found := NOTICE.search(line):
