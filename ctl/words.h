@@ -15,8 +15,8 @@ double seconds_of(const std::string& text, const char* what);
 
 /// @param[in] attr  an attribute that is to be set
 /// @param[in] said  what was said, as the message begins, such as "bad value 'x' for state"
-/// @return the value that `text` says. @throws Failure when it says none, and for a name that every switch would
-/// refuse.
+/// @return the value that `text` says
+/// @throws Failure when it says none, and for a name that every switch would refuse
 Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const std::string& said);
 
 /// Fails for a group name that is empty, or could be taken for an id.

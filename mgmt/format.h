@@ -48,9 +48,8 @@ std::string printable(std::string_view bytes);
 /// shell commands as they are; so `dhcp/udhcpc/lumenharbour.script` and `fetch/lumenharbour-fetch` refuse them on the
 /// switch. The tests hold the three together.
 ///
-/// @return what a switch refuses it for, behind "it", such as "has ' ' at byte 3, which a shell interprets"; empty for
-/// a
-///         name that a switch takes, and for none
+/// @return why a switch refuses it, to stand behind "it", such as "has ' ' at byte 3, which a shell interprets"; empty
+///         for a name that it takes, and for an empty one
 std::string fault_of_name(std::string_view name);
 
 /// @return the words that an attribute takes in place of numbers; none where it takes no word.
