@@ -190,7 +190,7 @@ class Daemons:
 
     def pid(self, group):
         """Returns the daemon of a process group; None when there is none."""
-        if group not in self._pids:
+        if not os.path.exists(f"/proc/{self._pids.get(group)}"):  # not known, or replaced by another since
             self._look()
         return self._pids.get(group)
 
