@@ -93,11 +93,16 @@ async def server_silent(lab):
 
 @fault("the file server refuses the images")
 async def server_refuses(lab):
-    lab.director.withdraw(".bin")
+    await missing(lab, ".bin")
+
+
+async def missing(lab, suffix):
+    """Hides files from the file server until each switch has missed them twice."""
+    lab.director.withdraw(suffix)
     lives = await lab.power_on()
     await lab.expect("each switch is refused and tries again", lambda switch: switch.failures >= 2)
     lab.check("nothing is installed, configurations neither", nothing_installed(lab.switches))
-    lab.director.restore(".bin")
+    lab.director.restore(suffix)
     await lives
 
 
@@ -224,12 +229,7 @@ async def lease_ends(lab):
 
 @fault("the file server has no imagelists, and then has them again")
 async def list_lost(lab):
-    lab.director.withdraw(".txt")
-    lives = await lab.power_on()
-    await lab.expect("each switch misses its imagelist and tries again", lambda switch: switch.failures >= 2)
-    lab.check("nothing is installed, configurations neither", nothing_installed(lab.switches))
-    lab.director.restore(".txt")
-    await lives
+    await missing(lab, ".txt")
 
 
 @fault("the FTP server takes requests and does not answer", transport="ftp", env={"FETCH_IDLE": "2"})
