@@ -13,9 +13,9 @@
 
 namespace {
 
-constexpr char USAGE[] =
-    "usage: lumenharbourd [CLIENTS [GROUPS [BUILTINS [ROLE [ENABLE]]]]]\n"
-    "       lumenharbourd --help | --version\n"
+constexpr char USAGE[] = "usage: lumenharbourd [CLIENTS [GROUPS [BUILTINS [ROLE [ENABLE]]]]] | --help | --version\n";
+
+constexpr char HELP[] =
     "\n"
     "Provisioning daemon of a managed switch. Listens on %s\n"
     "and comes up with no role running; start one with 'lumenharbourctl set state on'.\n"
@@ -29,6 +29,27 @@ constexpr char USAGE[] =
 /// @return argument `n` as a decimal number, 0 when it is missing.
 uint32 number_argument(int argc, char** argv, int n) {
   return n < argc ? static_cast<uint32>(atoi(argv[n])) : 0;
+}
+
+/// Answers `--help` and `--version`, and refuses what else is meant for an option. A daemon that took it for a number
+/// would take the socket of the one that runs. A negative number is no option.
+void options_answer(int argc, char** argv) {
+  for (int i = 1; i < argc; i++) {
+    const char* const word = argv[i];
+    const bool is_letter = (word[1] >= 'a' && word[1] <= 'z') || (word[1] >= 'A' && word[1] <= 'Z');
+    if (word[0] != '-' || (word[1] != '-' && !is_letter)) continue;
+    if (strcmp(word, "--help") == 0 || strcmp(word, "-h") == 0) {
+      fputs(USAGE, stdout);
+      printf(HELP, LUMENHARBOUR_SOCKET_PATH);
+      exit(0);
+    }
+    if (strcmp(word, "--version") == 0) {
+      printf("lumenharbourd %s\n", LUMENHARBOUR_VERSION);
+      exit(0);
+    }
+    fputs(USAGE, stderr);
+    exit(2);
+  }
 }
 
 /// Opens /dev/null on what is closed of the standard descriptors. A socket would get the number otherwise, and its peer
@@ -45,6 +66,7 @@ void standard_descriptors_fill() {
 
 int main(int argc, char** argv) {
   standard_descriptors_fill();
+  options_answer(argc, argv);
   zorCatchSegFault(argc, argv);
   // A requester that hangs up early must cost a reply, not the daemon.
   signal(SIGPIPE, SIG_IGN);
@@ -52,15 +74,6 @@ int main(int argc, char** argv) {
   signal(SIGCHLD, SIG_DFL);
   // Whole lines at once, so that a log keeps the order of our lines and those of the tools that we run.
   setvbuf(stdout, nullptr, _IOLBF, BUFSIZ);
-
-  if (argc == 2 && (strcmp(argv[1], "--help") == 0 || strcmp(argv[1], "-h") == 0)) {
-    printf(USAGE, LUMENHARBOUR_SOCKET_PATH);
-    return 0;
-  }
-  if (argc == 2 && strcmp(argv[1], "--version") == 0) {
-    printf("lumenharbourd %s\n", LUMENHARBOUR_VERSION);
-    return 0;
-  }
 
   const uint32 client_maxnum = number_argument(argc, argv, 1);
   const uint32 custom_grp_maxnum = number_argument(argc, argv, 2);
