@@ -370,7 +370,7 @@ void Planner::add_group(uint32 id, const Entry& entry) {
   }
   const uint32 max = integer_of(now_.global, LUMENHARBOUR_GLB_CUSTOMGRPMAXNUM);
   if (entry.key && max > 0 && id >= max)
-    throw wanted_.failure(entry.line, "id is '" + std::to_string(id) + '\'',
+    throw wanted_.failure(entry.line, "id is " + quote(std::to_string(id)),
                           "expected a number below group-max, which is " + std::to_string(max));
   add_row(GroupRow{id}, what, entry);
   change_members(id, what, entry, {});
@@ -526,7 +526,7 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
 
 void apply(const Call& call) {
   if (call.args.read_only && !call.args.dry_run)
-    throw Failure{EXIT_USAGE, "cannot apply " + call.args.file + ": --read-only refuses changes",
+    throw Failure{EXIT_REFUSED, "cannot apply " + call.args.file + ": --read-only refuses changes",
                   "--dry-run prints them"};
   const Document wanted = read_document(call.args.file);
   Maker maker(call);

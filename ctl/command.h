@@ -41,6 +41,7 @@ inline constexpr char FORMAT_JSON[] = "json";
 struct Arguments {
   std::string socket = LUMENHARBOUR_SOCKET_PATH;  ///< path of the daemon's socket
   std::string timeout;                            ///< seconds to wait for an answer
+  std::string deadline;                           ///< seconds for a command as a whole
   std::string format = "plain";                   ///< of what is printed: plain or json
   std::vector<std::string> lines;                 ///< commands to run one after the other
   bool read_only = false;                         ///< refuse what changes the daemon

@@ -30,7 +30,7 @@ std::string see_help(const std::string& path) {
   std::string close;
   for (const Command* const command : children_of(commands, path))
     if (is_close(word, word_of(*command))) close += (close.empty() ? "" : ", ") + std::string(word_of(*command));
-  fail_usage((path.empty() ? "there is no command '" : "'" + path + "' has no command '") + word + '\'',
+  fail_usage((path.empty() ? "there is no command " : quote(path) + " has no command ") + quote(word),
              close.empty() ? see_help(path) : "did you mean " + close + '?');
 }
 
@@ -46,7 +46,7 @@ const Command* find_child(Commands commands, const std::string& path, const std:
     several += (found == nullptr ? "" : ", ") + std::string(word_of(command));
     found = &command;
   }
-  if (several.find(',') != std::string::npos) fail_usage('\'' + word + "' is ambiguous", "it begins " + several);
+  if (several.find(',') != std::string::npos) fail_usage(quote(word) + " is ambiguous", "it begins " + several);
   return found;
 }
 
@@ -78,9 +78,11 @@ void add(CLI::App* app, Arguments* args, const Argument& argument) {
   } else {
     option = app->add_option(argument.name, args->*std::get<std::string Arguments::*>(argument.field), argument.help);
   }
-  option->required(argument.required)->type_name(argument.type);
+  std::string type = argument.type;
   if (argument.hint == Hint::words && is_option(argument))
-    option->check(CLI::IsMember(std::vector<std::string>(argument.words.begin(), argument.words.end())));
+    for (const std::string_view word : argument.words)
+      type += (word == argument.words[0] ? ":" : "|") + std::string(word);
+  option->required(argument.required)->type_name(type);
 }
 
 /// @return help on the attributes that a get or set command takes.
@@ -149,6 +151,51 @@ std::string format_of(const std::vector<std::string>& words, const std::string& 
   return format;
 }
 
+/// @return an argument as messages name it: an option by its long name.
+std::string name_of(const Argument& argument) {
+  const std::string_view name = argument.name;
+  return std::string(name.substr(name.find(',') + 1));
+}
+
+/// @return what an argument takes behind "expected"; empty for anything.
+std::string words_of(const Argument& argument) {
+  std::string text;
+  if (argument.hint == Hint::words && is_option(argument))
+    for (const std::string_view word : argument.words) text += (text.empty() ? "one of " : ", ") + std::string(word);
+  return text;
+}
+
+/// Fails when an option that takes certain words has another one.
+void check_words(const Arguments& args, std::span<const Argument> arguments) {
+  for (const Argument& argument : arguments) {
+    const auto* const field = std::get_if<std::string Arguments::*>(&argument.field);
+    const std::string expected = words_of(argument);
+    if (field == nullptr || expected.empty() || (args.**field).empty()) continue;
+    if (std::find(argument.words.begin(), argument.words.end(), args.**field) == argument.words.end())
+      fail_usage("bad value " + quote(args.**field) + " for " + name_of(argument), "expected " + expected);
+  }
+}
+
+/// Says what is wrong with a line in words of ours.
+[[noreturn]] void fail_parse(const CLI::App& app, const CommandLine& line, const std::string& path,
+                             const CLI::ParseError& error) {
+  const std::string whole = path.empty() ? TOOL : path;
+  if (const std::vector<std::string> extra = app.remaining(); !extra.empty())
+    fail_usage(extra[0].starts_with('-') && extra[0].size() > 1
+                   ? quote(whole) + " has no option " + quote(extra[0])
+                   : quote(extra[0]) + " is one word too many for " + quote(whole),
+               see_help(path));
+  if (dynamic_cast<const CLI::ArgumentMismatch*>(&error) != nullptr) {
+    const std::string said = error.what();
+    fail_usage(said.substr(0, said.find(':')) + " wants a value", see_help(path));
+  }
+  if (line.command != nullptr)
+    for (const Argument& argument : line.command->arguments)
+      if (argument.required && app.count(name_of(argument)) == 0)
+        fail_usage(quote(path) + " wants " + name_of(argument) + ": " + argument.help, see_help(path));
+  fail_usage("an option has a value that it does not take", see_help(path));
+}
+
 CommandLine take_apart(Commands commands, const std::vector<std::string>& words, const Arguments& defaults) {
   CommandLine line{commands, nullptr, defaults, ""};
   std::vector<std::string> rest = words;
@@ -172,22 +219,38 @@ CommandLine take_apart(Commands commands, const std::vector<std::string>& words,
   if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line, path);
   if (is_there(rest, VERSION)) line.help = std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
   if (!line.help.empty()) return line;
-  if (is_family) fail_usage('\'' + path + "' wants one more word", see_help(path));
+  if (is_family) fail_usage(quote(path) + " wants one more word", see_help(path));
   try {
     std::reverse(rest.begin(), rest.end());
     app.parse(std::move(rest));
   } catch (const CLI::ParseError& error) {
-    fail_usage(error.what(), see_help(path));
+    fail_parse(app, line, path, error);
   }
+  check_words(line.args, OPTIONS.subspan(2));
+  if (line.command != nullptr) check_words(line.args, line.command->arguments);
   line.args.has_value = line.command != nullptr && has_value(app, *line.command);
   return line;
+}
+
+/// @return where the daemon is, and how long the command that begins now may wait for it.
+Connection connection_of(const Arguments& args) {
+  if (args.socket.size() > PATH_SHOWN)
+    throw Failure{EXIT_UNREACHABLE, "no daemon reached on " + shortened(args.socket) + ": no socket has so long a path",
+                  ""};
+  Connection connection{args.socket, timeout_ms_of(args), {}};
+  if (args.deadline.empty()) return connection;
+  const std::chrono::duration<double> seconds(seconds_of(args.deadline, "deadline"));
+  using Clock = std::chrono::steady_clock;
+  connection.deadline = Clock::now() + std::chrono::duration_cast<Clock::duration>(seconds);
+  return connection;
 }
 
 void run_command(const CommandLine& line) {
   const Command& command = *line.command;
   if (command.changes && line.args.read_only)
-    fail_usage('\'' + std::string(command.path) + "' changes the daemon", "it is refused with --read-only");
-  command.run({Daemon({line.args.socket, timeout_ms_of(line.args)}), line.args, command, line.commands});
+    throw Failure{EXIT_REFUSED, quote(std::string(command.path)) + " changes the daemon",
+                  "it is refused with --read-only"};
+  command.run({Daemon(connection_of(line.args)), line.args, command, line.commands});
 }
 
 }  // namespace

@@ -16,7 +16,7 @@ namespace {
   std::string close;
   for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS)
     if (attr.table == table && is_close(name, attr.name)) close += (close.empty() ? "" : ", ") + std::string(attr.name);
-  throw Failure{EXIT_USAGE, std::string("there is no ") + TABLES[table].name + " attribute '" + name + '\'',
+  throw Failure{EXIT_USAGE, std::string("there is no ") + TABLES[table].name + " attribute " + quote(name),
                 close.empty() ? "'lumenharbourctl attributes' lists them all" : "did you mean " + close + '?'};
 }
 
@@ -39,14 +39,13 @@ tLumenHarbourAttr attribute_of(const Call& call) {
 /// @return the value that a set command sets.
 Value value_of(const Call& call, const tLumenHarbourAttr& attr) {
   const Arguments& args = call.args;
-  const std::string name =
-      call.command.attr == 0 ? std::string(attr.name) : '\'' + std::string(call.command.path) + '\'';
+  const std::string name = call.command.attr == 0 ? std::string(attr.name) : quote(std::string(call.command.path));
   if (call.command.value != 0) return call.command.value;
   if (attr.value == LUMENHARBOUR_VALUE_IGNORED && args.has_value)
-    throw Failure{EXIT_USAGE, name + " takes no value", "leave '" + args.value + "' out"};
+    throw Failure{EXIT_USAGE, name + " takes no value", "leave " + quote(args.value) + " out"};
   if (attr.value == LUMENHARBOUR_VALUE_IGNORED) return uint32{0};
   if (!args.has_value) throw Failure{EXIT_USAGE, name + " needs a value", "expected " + expected_value(attr)};
-  Value value = value_to_set(attr, args.value, "bad value '" + args.value + "' for " + name);
+  Value value = value_to_set(attr, args.value, "bad value " + quote(args.value) + " for " + name);
   if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_NAME)
     check_group_name(args.value);
   return value;
@@ -111,7 +110,10 @@ void make_row(const Call& call, const Row& row, const std::string& what, std::ve
   for (const Setting& setting : settings) {
     const Result result = send(call, row, setting.cmd, setting.value);
     if (result) continue;
-    call.daemon.set_integer(row, status, LUMENHARBOUR_ROW_DESTROY);
+    // Also when the time is over that the command has as a whole.
+    Connection connection = call.daemon.connection();
+    connection.deadline.reset();
+    Daemon(connection).set_integer(row, status, LUMENHARBOUR_ROW_DESTROY);
     const tLumenHarbourAttr* const attr = lumenharbour_attr_find(call.command.table, setting.cmd);
     check(call, result, "add " + what + ": its " + std::string(attr->name), row, attr);
   }
@@ -120,7 +122,7 @@ void make_row(const Call& call, const Row& row, const std::string& what, std::ve
 /// @return a name of the command line. @throws Failure for one that the daemon would cut, or a switch refuse.
 Value name_to_set(const std::string& text, uint32 cmd) {
   const tLumenHarbourAttr* const attr = lumenharbour_attr_find(LUMENHARBOUR_TABLE_CUSTOMGRP, cmd);
-  return value_to_set(*attr, text, "bad value '" + text + "' for " + std::string(attr->name));
+  return value_to_set(*attr, text, "bad value " + quote(text) + " for " + std::string(attr->name));
 }
 
 uint32 new_group_id(const Call& call) {
@@ -144,7 +146,7 @@ tLumenHarbourClientInfo client_of(const Arguments& args) {
     throw Failure{EXIT_USAGE, "announce needs --pid and --ip", "or --delete, to have the client forgotten"};
   client.pid = number_of(args.pid, "product id");
   const auto ip = parse_ipv4(args.ip);
-  if (!ip) throw Failure{EXIT_USAGE, '\'' + args.ip + "' is no IPv4 address", "expected one such as 192.0.2.1"};
+  if (!ip) throw Failure{EXIT_USAGE, quote(args.ip) + " is no IPv4 address", "expected one such as 192.0.2.1"};
   std::copy(ip->begin(), ip->end(), client.ip);
   return client;
 }

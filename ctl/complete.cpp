@@ -116,7 +116,7 @@ Line line_of(Commands commands, const Words& words, const Arguments& defaults) {
 // ---- What the daemon has ----
 
 Call call_of(const Line& line) {
-  return {Daemon({line.args.socket, TIMEOUT_MS}), line.args, *line.command, line.commands};
+  return {Daemon({line.args.socket, TIMEOUT_MS, {}}), line.args, *line.command, line.commands};
 }
 
 /// @return an octet string of each row of a table, and the rows.

@@ -3,14 +3,12 @@
 #include <yaml.h>
 
 #include <algorithm>
-#include <cerrno>
-#include <cstdio>
-#include <cstring>
 #include <memory>
 #include <new>
 #include <set>
 #include <span>
 
+#include "input.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -24,22 +22,6 @@ const tLumenHarbourAttr& attr_of(tLumenHarbourTable table, uint32 cmd) {
 }
 
 // ---- Reading ----
-
-/// @return all bytes of a file. @throws Failure when it cannot be read.
-std::string read_bytes(const std::string& path) {
-  const std::unique_ptr<std::FILE, int (*)(std::FILE*)> opened(path == "-" ? nullptr : std::fopen(path.c_str(), "re"),
-                                                               std::fclose);
-  std::FILE* const file = path == "-" ? stdin : opened.get();
-  std::string bytes;
-  if (file != nullptr) {
-    char part[4096];
-    while (const std::size_t len = std::fread(part, 1, sizeof part, file)) bytes.append(part, len);
-    if (std::ferror(file) == 0) return bytes;
-  }
-  const int error = errno;
-  throw Failure{error == ENOENT ? EXIT_NOT_FOUND : EXIT_USAGE,
-                "cannot read " + (path == "-" ? "standard input" : path) + ": " + std::strerror(error), ""};
-}
 
 bool is_null(std::string_view plain) {
   return plain.empty() || plain == "~" || plain == "null" || plain == "Null" || plain == "NULL";
@@ -81,7 +63,7 @@ class Reader {
   [[noreturn]] void fail(std::size_t line, const std::string& message, const std::string& advice) const {
     throw document_->failure(line, message, advice);
   }
-  const yaml_node_t& node_at(int index);
+  const yaml_node_t& node_at(int index) const { return *yaml_document_get_node(nodes_, index); }
   std::string text_of(const yaml_node_t& node, const std::string& what) const;
   std::vector<const yaml_node_t*> list_of(const yaml_node_t& node, const std::string& what);
   std::vector<Item> items_of(const yaml_node_t& node, const std::string& what,
@@ -99,14 +81,7 @@ class Reader {
 
   yaml_document_t* nodes_;
   Document* document_;
-  std::set<int> seen_;
 };
-
-const yaml_node_t& Reader::node_at(int index) {
-  const yaml_node_t& node = *yaml_document_get_node(nodes_, index);
-  if (!seen_.insert(index).second) fail(line_of(node), "an alias stands for this", "write it out in each place");
-  return node;
-}
 
 std::string Reader::text_of(const yaml_node_t& node, const std::string& what) const {
   if (node.type != YAML_SCALAR_NODE) fail(line_of(node), what + " is " + found(node), "expected a text");
@@ -139,8 +114,8 @@ std::vector<Item> Reader::items_of(const yaml_node_t& node, const std::string& w
     const yaml_node_t& key = node_at(pair.key);
     const std::string word = text_of(key, "a key of " + what);
     if (std::find(keys.begin(), keys.end(), word) == keys.end())
-      fail(line_of(key), '\'' + word + "' is no key of " + what, expected);
-    if (!seen.insert(word).second) fail(line_of(key), '\'' + word + "' stands twice in " + what, "expected it once");
+      fail(line_of(key), quote(word) + " is no key of " + what, expected);
+    if (!seen.insert(word).second) fail(line_of(key), quote(word) + " stands twice in " + what, "expected it once");
     items.push_back({word, &node_at(pair.value), line_of(key)});
   });
   return items;
@@ -148,13 +123,13 @@ std::vector<Item> Reader::items_of(const yaml_node_t& node, const std::string& w
 
 Value Reader::value_of(const Item& item, const tLumenHarbourAttr& attr) const {
   const std::string text = text_of(*item.value, item.key);
-  return value_to_set(attr, text, document_->failure(item.line, item.key + " is '" + text + '\'', "").message);
+  return value_to_set(attr, text, document_->failure(item.line, item.key + " is " + quote(text), "").message);
 }
 
 uint32 Reader::number_of(const Item& item, uint32 max) const {
   const std::string text = text_of(*item.value, item.key);
   const std::optional<uint32> number = parse_number(text, max);
-  if (!number) fail(item.line, item.key + " is '" + text + '\'', "expected a number from 0 to " + std::to_string(max));
+  if (!number) fail(item.line, item.key + " is " + quote(text), "expected a number from 0 to " + std::to_string(max));
   return *number;
 }
 
@@ -190,7 +165,7 @@ void Reader::read_vlans(const Item& item) {
   // None is said by an empty list alone, so that a key without a value removes nothing.
   const std::optional<Value> vlans =
       is_list && list.empty() ? Value(std::string(LUMENHARBOUR_VLANLIST_SIZE, '\0')) : parse_value(attr, text);
-  if (!vlans) fail(item.line, item.key + " is '" + text + '\'', "expected " + expected_value(attr) + "; [] for none");
+  if (!vlans) fail(item.line, item.key + " is " + quote(text), "expected " + expected_value(attr) + "; [] for none");
   document_->globals[attr.cmd] = *vlans;
 }
 
@@ -202,7 +177,7 @@ std::vector<Member> Reader::members_of(const Item& item) {
     const std::optional<Mac> mac = parse_mac(text);
     const std::optional<uint32> pid = parse_number(text);
     if (!mac && !pid)
-      fail(line_of(*node), '\'' + text + "' is no member",
+      fail(line_of(*node), quote(text) + " is no member",
            "expected a MAC address such as 00:1b:21:0a:0b:0c, or a product id");
     const std::string member = mac ? format_mac(*mac) : std::to_string(*pid);
     if (!seen.insert(member).second) fail(line_of(*node), "member " + member + " is listed twice", "expected it once");
@@ -225,7 +200,7 @@ void Reader::read_key(const Item& item, Entry* entry) {
   } else {
     const std::string text = text_of(*item.value, item.key);
     entry->active = text == "yes";
-    if (text != "yes" && text != "no") fail(item.line, item.key + " is '" + text + '\'', "expected yes or no");
+    if (text != "yes" && text != "no") fail(item.line, item.key + " is " + quote(text), "expected yes or no");
   }
 }
 
@@ -301,17 +276,10 @@ void Reader::read(const yaml_node_t& root) {
 
 using ParsedNodes = std::unique_ptr<yaml_document_t, void (*)(yaml_document_t*)>;
 
-/// Parses the next document of a stream into `nodes`, which then owns it.
-ParsedNodes load(yaml_parser_t* parser, yaml_document_t* nodes, const Document& document, const std::string& bytes) {
-  if (yaml_parser_load(parser, nodes) != 0) return {nodes, yaml_document_delete};
-  if (parser->error == YAML_MEMORY_ERROR) throw std::bad_alloc();
-  std::size_t line = parser->problem_mark.line + 1;
-  if (parser->error == YAML_READER_ERROR) {
-    const auto end = bytes.begin() + static_cast<std::ptrdiff_t>(std::min(parser->problem_offset, bytes.size()));
-    line = static_cast<std::size_t>(std::count(bytes.begin(), end, '\n')) + 1;
-  }
-  const std::string context = parser->context == nullptr ? "" : std::string(parser->context) + ": ";
-  throw document.failure(line, context + parser->problem, "expected YAML or JSON");
+/// Parses the next document of a stream, which was judged already, into `nodes`, which then owns it.
+ParsedNodes load(yaml_parser_t* parser, yaml_document_t* nodes) {
+  if (yaml_parser_load(parser, nodes) == 0) throw std::bad_alloc();
+  return {nodes, yaml_document_delete};
 }
 
 }  // namespace
@@ -327,20 +295,22 @@ Failure Document::failure(std::size_t line, const std::string& message, const st
 }
 
 Document read_document(const std::string& path) {
-  const std::string bytes = read_bytes(path);
+  const std::string bytes = read_input(path);
   Document document;
   document.file = path == "-" ? "standard input" : path;
+  if (const std::optional<InputFault> fault = fault_of_yaml(bytes))
+    throw document.failure(fault->line, fault->message, fault->advice);
   yaml_parser_t parser;
   if (yaml_parser_initialize(&parser) == 0) throw std::bad_alloc();
   const std::unique_ptr<yaml_parser_t, void (*)(yaml_parser_t*)> guard(&parser, yaml_parser_delete);
   yaml_parser_set_input_string(&parser, reinterpret_cast<const unsigned char*>(bytes.data()), bytes.size());
 
   yaml_document_t first;
-  const ParsedNodes nodes = load(&parser, &first, document, bytes);
+  const ParsedNodes nodes = load(&parser, &first);
   const yaml_node_t* const root = yaml_document_get_root_node(&first);
   if (root == nullptr) throw document.failure(1, "the file is empty", "expected keys and values, or {}");
   yaml_document_t second;
-  const ParsedNodes rest = load(&parser, &second, document, bytes);
+  const ParsedNodes rest = load(&parser, &second);
   if (yaml_document_get_root_node(&second) != nullptr)
     throw document.failure(second.start_mark.line + 1, "a second document begins", "expected one");
   Reader(&first, &document).read(*root);

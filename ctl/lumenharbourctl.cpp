@@ -1,10 +1,13 @@
 /// @file
 /// lumenharbourctl: the operator's command line to a running daemon.
 
+#include <new>
+
 #include "command_line.h"
 #include "command_table.h"
 #include "report.h"
 #include "shell.h"
+#include "words.h"
 
 namespace {
 
@@ -20,7 +23,7 @@ void run_all(const CommandLine& line) {
   for (const std::string& text : lines) {
     const CommandLine inner = parse(COMMANDS, split(text), defaults);
     if (!inner.args.lines.empty() || (inner.command == nullptr && inner.help.empty()))
-      throw Failure{EXIT_USAGE, "'" + text + "' is no command", "see 'lumenharbourctl --help'"};
+      throw Failure{EXIT_USAGE, quote(text) + " is no command", "see 'lumenharbourctl --help'"};
     run(inner);
   }
 }
@@ -37,5 +40,8 @@ int main(int argc, char** argv) {
   } catch (const Failure& failure) {
     print_failure(args, failure);
     return failure.exit;
+  } catch (const std::bad_alloc&) {
+    print_failure(args, {EXIT_REFUSED, "there is not enough memory for it", ""});
+    return EXIT_REFUSED;
   }
 }

@@ -2,6 +2,8 @@
 
 #include <algorithm>
 #include <cerrno>
+#include <cstdint>
+#include <set>
 
 #include "words.h"
 
@@ -34,6 +36,8 @@ constexpr Remedy REMEDIES[] = {
     {ERR_BARE_NOMEM, "delete what is not needed, or start lumenharbourd with larger pools"},
     {ERR_BARE_INVALID, "the types are unknown, stack, mac, connect and pid"},
 };
+
+constexpr char FOREIGN_DAEMON[] = "is it a lumenharbourd of this version that listens there?";
 
 constexpr char BECOME_DIRECTOR[] = "make it with 'lumenharbourctl director address A.B.C.D'";
 
@@ -71,13 +75,15 @@ std::string refusal_advice(const Call& call, int code, const Row& row, const tLu
 std::string advice_on(const Call& call, const Result& result, const Row& row, const tLumenHarbourAttr* attr) {
   switch (result.status) {
     case Status::unreachable:
+      if (result.code == ECONNRESET || result.code == EPIPE) return "it ended while it was asked; is it running again?";
       if (result.code != ENOENT && result.code != ECONNREFUSED) return "";
       return "is lumenharbourd running? --socket names another socket";
     case Status::timed_out:
+      if (call.daemon.connection().is_over()) return "give it longer with --deadline";
       return "it answers nobody while it fetches a file: try again, or wait longer with --timeout";
     case Status::broken:
     case Status::undecodable:
-      return "is it a lumenharbourd of this version that listens there?";
+      return FOREIGN_DAEMON;
     case Status::refused:
       return refusal_advice(call, result.code, row, attr);
     default:
@@ -176,12 +182,56 @@ Json members_of(uint32 group_id, const std::vector<MacMemberRow>& macs, const st
 
 // ---- Asking the daemon ----
 
+/// @return a row's key in one number.
+uint64_t rank_of(const GroupRow& row) {
+  return row.id;
+}
+uint64_t rank_of(const MacMemberRow& row) {
+  uint64_t rank = row.group_id;
+  for (const uint8 byte : row.mac) rank = rank << 8 | byte;
+  return rank;
+}
+uint64_t rank_of(const PidMemberRow& row) {
+  return uint64_t{row.group_id} << 32 | row.pid;
+}
+uint64_t rank_of(const BuiltinRow& row) {
+  return row.pid;
+}
+uint64_t rank_of(const ClientRow& row) {
+  return row.index;
+}
+
+/// Whether a walk gets on: groups and clients come by ascending number, members and built-in groups each once.
+template <typename R>
+class Progress {
+ public:
+  /// @return false for a row that must not come behind the others.
+  bool takes(const R& row) {
+    constexpr bool is_ascending = std::is_same_v<R, GroupRow> || std::is_same_v<R, ClientRow>;
+    const uint64_t rank = rank_of(row);
+    if (is_ascending && !seen_.empty() && rank <= *seen_.rbegin()) return false;
+    return seen_.insert(seen_.end(), rank) != seen_.end() && seen_.size() == ++taken_;
+  }
+
+ private:
+  std::set<uint64_t> seen_;
+  std::size_t taken_ = 0;
+};
+
 template <typename R>
 std::vector<R> walk(const Call& call) {
+  const std::string attempt = std::string("list the ") + TABLES[Row(R{}).index()].rows;
   std::vector<R> rows;
+  Progress<R> progress;
   Reply<R> row = call.daemon.first<R>();
-  for (; row; row = call.daemon.next(row.value)) rows.push_back(row.value);
-  if (row.status != Status::none) check(call, row, std::string("list the ") + TABLES[Row(R{}).index()].rows);
+  for (; row; row = call.daemon.next(row.value)) {
+    if (!progress.takes(row.value))
+      throw Failure{EXIT_REFUSED,
+                    "cannot " + attempt + ": " + describe(row.value) + " comes again, and the list would never end",
+                    FOREIGN_DAEMON};
+    rows.push_back(row.value);
+  }
+  if (row.status != Status::none) check(call, row, attempt);
   return rows;
 }
 
@@ -245,13 +295,17 @@ void check(const Call& call, const Result& result, const std::string& attempt, c
                 advice_on(call, result, row, attr), result.status == Status::refused ? result.code : 0};
 }
 
+void check_deadline(const Call& call, const std::string& attempt) {
+  if (call.daemon.connection().is_over()) check(call, {Status::timed_out}, attempt);
+}
+
 uint32 group_of(const Call& call, const std::string& word) {
   if (const std::optional<uint32> id = parse_number(word)) return *id;
   const Reply<GroupRow> group = call.daemon.find_group(word);
-  const std::string attempt = "find group '" + word + '\'';
+  const std::string attempt = "find group " + quote(word);
   if (group.status == Status::none) {
     require_director(call, attempt);
-    throw Failure{EXIT_NOT_FOUND, "no group has the name '" + word + '\'', "'lumenharbourctl show group' lists them"};
+    throw Failure{EXIT_NOT_FOUND, "no group has the name " + quote(word), "'lumenharbourctl show group' lists them"};
   }
   check(call, group, attempt, GroupRow{});
   return group.value.id;
@@ -261,7 +315,7 @@ uint32 client_of(const Call& call, const std::string& word) {
   if (const std::optional<uint32> index = parse_number(word)) return *index;
   const std::optional<Mac> mac = parse_mac(word);
   if (!mac)
-    throw Failure{EXIT_USAGE, '\'' + word + "' is no client", "expected an index or a MAC such as 00:1b:21:0a:0b:0c"};
+    throw Failure{EXIT_USAGE, quote(word) + " is no client", "expected an index or a MAC such as 00:1b:21:0a:0b:0c"};
   const std::string wanted(mac->begin(), mac->end());
   for (const Record& client : read_table<ClientRow>(call))
     if (octets_of(client, LUMENHARBOUR_CLIENT_MAC) == wanted) return std::get<ClientRow>(client.row).index;
@@ -287,7 +341,7 @@ Row row_of(const Call& call) {
 Row member_of(uint32 group_id, const std::string& word) {
   if (const std::optional<Mac> mac = parse_mac(word)) return MacMemberRow{static_cast<uint16>(group_id), *mac};
   if (const std::optional<uint32> pid = parse_number(word)) return PidMemberRow{group_id, *pid};
-  throw Failure{EXIT_USAGE, '\'' + word + "' is no member",
+  throw Failure{EXIT_USAGE, quote(word) + " is no member",
                 "expected a MAC address such as 00:1b:21:0a:0b:0c, or a product id"};
 }
 

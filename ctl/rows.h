@@ -55,7 +55,7 @@ Json members_of(uint32 group_id, const std::vector<MacMemberRow>& macs, const st
 /// Each throws a `Failure` when the daemon does not answer as it should.
 /// @{
 
-/// @return every key of a table, in the table's order.
+/// @return every key of a table, in the table's order. Also fails when the daemon's list would never end.
 template <typename R>
 std::vector<R> walk(const Call& call);
 
@@ -85,6 +85,9 @@ void require_director(const Call& call, const std::string& attempt);
 /// @param[in] attr     the attribute that it was about, null for none
 void check(const Call& call, const Result& result, const std::string& attempt, const Row& row = GlobalRow{},
            const tLumenHarbourAttr* attr = nullptr);
+
+/// Fails when the time is over that the command has as a whole. @param[in] attempt  as for `check`
+void check_deadline(const Call& call, const std::string& attempt);
 
 /// @return the group that a word says: an id, or else a name.
 uint32 group_of(const Call& call, const std::string& word);

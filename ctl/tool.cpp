@@ -11,6 +11,7 @@ constexpr Argument OPTION_TABLE[] = {
     {"--version", std::variant_alternative_t<2, decltype(Argument::field)>{}, false, "Print the version and exit"},
     {"-s,--socket", &Arguments::socket, false, "the daemon's socket", "PATH", Hint::file},
     {"-t,--timeout", &Arguments::timeout, false, "how long to wait for an answer; 5 if left out", "SECONDS"},
+    {"--deadline", &Arguments::deadline, false, "how long a command may take with all its answers", "SECONDS"},
     {"-f,--format", &Arguments::format, false, "plain or json", "FORMAT", Hint::words, FORMATS},
     {"-c,--command", &Arguments::lines, false, "run a command; may be given several times", "COMMAND"},
     {"--read-only", &Arguments::read_only, false, "refuse every command that changes the daemon"},

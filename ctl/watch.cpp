@@ -178,15 +178,23 @@ class Printer {
   uint32 left_;  ///< changes still to print; 0: no limit
 };
 
+/// Rests between two looks, and no longer than the command may take.
+void pause(const Call& call, Seconds interval) {
+  const std::optional<Clock::time_point> end = call.daemon.connection().deadline;
+  if (end) interval = std::min<Seconds>(interval, std::max<Seconds>(*end - Clock::now(), Seconds(0)));
+  std::this_thread::sleep_for(interval);
+}
+
 /// Looks until there is something to compare with. A daemon that goes away is told once, and when it is back.
 Snapshot look(const Call& call, const Scope& scope, Seconds interval, Printer* printer) {
   for (bool is_lost = false;; is_lost = true) {
-    std::this_thread::sleep_for(interval);
+    pause(call, interval);
     try {
       Snapshot snapshot = take_snapshot(call, scope);
       if (is_lost) printer->print("back", "daemon", nullptr, nullptr, nullptr, nullptr);
       return snapshot;
     } catch (const Failure& failure) {
+      check_deadline(call, "watch");
       if (!is_lost) printer->print("lost", "daemon", nullptr, nullptr, nullptr, failure.message);
     }
   }
@@ -242,7 +250,7 @@ Condition condition_of(const Arguments& args, const std::string& text) {
   const tLumenHarbourAttr* const attr = attribute_named(condition.name);
   const bool is_known = attr != nullptr || figure_named(condition.name) != nullptr;
   if (condition.relation.empty() || !is_known)
-    throw Failure{EXIT_USAGE, '\'' + text + "' is no condition",
+    throw Failure{EXIT_USAGE, quote(text) + " is no condition",
                   "expected role, client-count, group-count, builtin-count, member-count or a global attribute, then "
                   "one of = != < <= > >=, then a value"};
   const bool is_count = condition.name.ends_with("-count");
@@ -251,12 +259,12 @@ Condition condition_of(const Arguments& args, const std::string& text) {
                        : is_count      ? parse_number(condition.wanted).has_value()
                                        : is_role;
   if (!is_good || (is_order && !parse_number(condition.wanted)))
-    throw Failure{EXIT_USAGE, "bad value '" + condition.wanted + "' in condition '" + text + '\'',
+    throw Failure{EXIT_USAGE, "bad value " + quote(condition.wanted) + " in condition " + quote(text),
                   attr != nullptr ? "expected " + expected_value(*attr)
                   : is_count      ? "expected a number"
                                   : "expected director, client or none"};
   if (condition.name == "role" && args.read_only && condition.wanted != "director")
-    throw Failure{EXIT_USAGE, "what '" + text + "' waits for cannot be told with --read-only",
+    throw Failure{EXIT_REFUSED, "what " + quote(text) + " waits for cannot be told with --read-only",
                   "director alone can be told from the other roles without setting anything"};
   if (attr != nullptr) condition.wanted = text_of(json_of(*attr, *parse_value(*attr, condition.wanted)));
   return condition;
@@ -320,12 +328,17 @@ void wait(const Call& call) {
   const bool is_endless = call.args.timeout.empty();
   const Seconds patience(is_endless ? 0 : seconds_of(call.args.timeout, "time-out"));
   const auto start = Clock::now();
-  for (;;) {
-    const std::string why = missing(call, conditions);
-    if (why.empty()) return print_done(call.args);
+  for (std::string why;;) {
+    const std::string now = missing(call, conditions);
+    if (now.empty()) return print_done(call.args);
+    const bool is_over = call.daemon.connection().is_over();
+    if (why.empty() || !is_over) why = now;  // what was found before says more than that time was over
+    if (is_over)
+      throw Failure{EXIT_TIMED_OUT, "gave up after " + call.args.deadline + " s: " + why,
+                    "give it longer with --deadline"};
     if (!is_endless && Clock::now() - start >= patience)
       throw Failure{EXIT_TIMED_OUT, "gave up after " + call.args.timeout + " s: " + why, ""};
-    std::this_thread::sleep_for(is_endless ? interval : std::min<Seconds>(interval, patience - (Clock::now() - start)));
+    pause(call, is_endless ? interval : std::min<Seconds>(interval, patience - (Clock::now() - start)));
   }
 }
 

@@ -24,7 +24,19 @@ std::size_t distance(std::string_view from, std::string_view to) {
 
 }  // namespace
 
+std::string shortened(std::string_view text, std::size_t max) {
+  if (text.size() <= max) return std::string(text);
+  // Not in the middle of a character of UTF-8.
+  while (max > 0 && (static_cast<unsigned char>(text[max]) & 0xc0) == 0x80) max--;
+  return std::string(text.substr(0, max)) + "...";
+}
+
+std::string quote(std::string_view said) {
+  return '\'' + shortened(said) + '\'';
+}
+
 bool is_close(std::string_view word, std::string_view candidate) {
+  if (word.size() > 64) return false;
   const std::size_t typos = std::clamp<std::size_t>(word.size() / 3, 1, 2);
   return distance(word, candidate) <= typos || (word.size() > 2 && candidate.find(word) != std::string_view::npos);
 }
@@ -33,7 +45,7 @@ double seconds_of(const std::string& text, const char* what) {
   double seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);
   if (error == std::errc() && end == text.data() + text.size() && seconds > 0 && seconds <= 86400) return seconds;
-  throw Failure{EXIT_USAGE, '\'' + text + "' is no " + what, "expected seconds, above 0 and up to 86400"};
+  throw Failure{EXIT_USAGE, quote(text) + " is no " + what, "expected seconds, above 0 and up to 86400"};
 }
 
 Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const std::string& said) {
@@ -46,19 +58,19 @@ Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const s
 }
 
 void check_group_name(std::string_view name) {
-  const std::string quoted = '\'' + std::string(name) + "' cannot be a group's name";
+  const std::string quoted = quote(name) + " cannot be a group's name";
   if (name.empty()) throw Failure{EXIT_USAGE, quoted, "expected at least one byte"};
   if (parse_number(name)) throw Failure{EXIT_USAGE, quoted, "a number is always taken for a group's id"};
 }
 
 uint32 number_of(const std::string& text, const char* what) {
   if (const std::optional<uint32> number = parse_number(text)) return *number;
-  throw Failure{EXIT_USAGE, '\'' + text + "' is no " + what, "expected a number from 0 to 4294967295"};
+  throw Failure{EXIT_USAGE, quote(text) + " is no " + what, "expected a number from 0 to 4294967295"};
 }
 
 Mac mac_of(const std::string& text) {
   if (const std::optional<Mac> mac = parse_mac(text)) return *mac;
-  throw Failure{EXIT_USAGE, '\'' + text + "' is no MAC address", "expected one such as 00:1b:21:0a:0b:0c"};
+  throw Failure{EXIT_USAGE, quote(text) + " is no MAC address", "expected one such as 00:1b:21:0a:0b:0c"};
 }
 
 }  // namespace lumenharbour::ctl

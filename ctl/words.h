@@ -7,6 +7,15 @@
 
 namespace lumenharbour::ctl {
 
+/// The most bytes of a path that messages show.
+inline constexpr std::size_t PATH_SHOWN = 1024;
+
+/// @return the text for a message: what is longer than `max` bytes ends in dots.
+std::string shortened(std::string_view text, std::size_t max = 64);
+
+/// @return what somebody said, shortened, in quotes.
+std::string quote(std::string_view said);
+
 /// @return true when `candidate` may be what `word` was meant to say.
 bool is_close(std::string_view word, std::string_view candidate);
 

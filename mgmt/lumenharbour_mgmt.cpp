@@ -8,9 +8,8 @@
 
 #include <algorithm>
 #include <cerrno>
-#include <chrono>
+#include <climits>
 #include <cstring>
-#include <optional>
 #include <system_error>
 
 #include "zor_codec.h"
@@ -61,12 +60,14 @@ static_assert(offsetof(Frame, body) == sizeof(int32));
 /// A point in time that a request must not outlast.
 class Deadline {
  public:
-  void set(int ms) { end_ = std::chrono::steady_clock::now() + std::chrono::milliseconds(ms); }
+  Deadline() = default;
+  explicit Deadline(int ms) : end_(std::chrono::steady_clock::now() + std::chrono::milliseconds(ms)) {}
+  explicit Deadline(std::chrono::steady_clock::time_point end) : end_(end) {}
 
   /// @return milliseconds left, rounded up; 0 when the time is over.
   int left() const {
     const auto left = std::chrono::ceil<std::chrono::milliseconds>(end_ - std::chrono::steady_clock::now());
-    return static_cast<int>(std::max<std::chrono::milliseconds::rep>(left.count(), 0));
+    return static_cast<int>(std::clamp<std::chrono::milliseconds::rep>(left.count(), 0, INT_MAX));
   }
 
  private:
@@ -227,11 +228,16 @@ Result send_frame(int fd, const Frame& frame) {
     const ssize_t sent = send(fd, &frame, frame.size(), MSG_NOSIGNAL);
     if (sent == static_cast<ssize_t>(frame.size())) return {};
     if (sent < 0 && errno == EINTR) continue;
-    return {sent < 0 && errno != EAGAIN ? Status::broken : Status::timed_out};
+    if (sent < 0 && errno != EAGAIN) return {Status::unreachable, errno};
+    return {Status::timed_out};
   }
 }
 
-/// Receives up to the end of the frame. @return `broken` when it does not have a body of `len` bytes or none.
+/// Receives up to the end of the frame.
+///
+/// @return `broken` when it does not have a body of `len` bytes or none; `unreachable` when not one byte of it comes,
+/// as
+///         from a daemon that was ended while others waited at its door
 Result receive_frame(int fd, Frame* frame, int32 len, const Deadline& deadline) {
   uint8* const bytes = reinterpret_cast<uint8*>(frame);
   std::size_t have = 0;
@@ -243,6 +249,7 @@ Result receive_frame(int fd, Frame* frame, int32 len, const Deadline& deadline) 
     if (events < 0) return {Status::broken};
     const ssize_t got = recv(fd, bytes + have, sizeof *frame - have, 0);
     if (got < 0 && errno == EINTR) continue;
+    if (got <= 0 && have == 0) return {Status::unreachable, ECONNRESET};
     if (got <= 0) return {Status::broken};
     have += static_cast<std::size_t>(got);
     if (have >= offsetof(Frame, body) && frame->len != 0 && frame->len != len) return {Status::broken};
@@ -253,8 +260,10 @@ Result receive_frame(int fd, Frame* frame, int32 len, const Deadline& deadline) 
 
 Result Request::begin(const Connection& connection) {
   if (!fits_) return {Status::unsendable};
-  const int timeout_ms = std::max(connection.timeout_ms, 1);
-  deadline_.set(timeout_ms);
+  if (connection.is_over()) return {Status::timed_out};
+  int timeout_ms = std::max(connection.timeout_ms, 1);
+  if (connection.deadline) timeout_ms = std::min(timeout_ms, Deadline(*connection.deadline).left());
+  deadline_ = Deadline(timeout_ms);
   socket_.reset(socket(AF_UNIX, SOCK_STREAM | SOCK_CLOEXEC, 0));
   if (socket_.fd < 0) return {Status::unreachable, errno};
   if (const Result result = connect_to(socket_.fd, connection, timeout_ms); !result) return result;
@@ -488,10 +497,11 @@ std::string Daemon::explain(const Result& result) const {
     case Status::undecodable:
       return "the daemon could not decode the request";
     case Status::broken:
-      return "the daemon closed the connection early or sent a broken reply";
+      return "the daemon sent a broken reply";
     case Status::unreachable:
       return "no daemon reached on " + connection_.socket_path + ": " + std::generic_category().message(result.code);
     case Status::timed_out:
+      if (connection_.is_over()) return "the time for the command as a whole was over";
       return "the daemon on " + connection_.socket_path + " did not answer within " +
              std::to_string(connection_.timeout_ms) + " ms";
     case Status::unsendable:

@@ -12,6 +12,8 @@
 ///       use(daemon.get_octets(row.value, LUMENHARBOUR_CUSTOMGRP_NAME));
 
 #include <array>
+#include <chrono>
+#include <optional>
 #include <span>
 #include <string>
 #include <string_view>
@@ -27,6 +29,11 @@ struct Connection {
   std::string socket_path = LUMENHARBOUR_SOCKET_PATH;  ///< the daemon's listening socket, at most 107 bytes
   int timeout_ms = 5000;  ///< milliseconds for one request as a whole, 1 or more. The daemon serves one request at a
                           ///< time and none while it fetches a file.
+  /// Bounds all requests together, beside the time for each: none is waited for any longer.
+  std::optional<std::chrono::steady_clock::time_point> deadline = {};
+
+  /// @return true when the deadline has passed.
+  bool is_over() const { return deadline && std::chrono::steady_clock::now() >= *deadline; }
 };
 
 /// How a request ended.
@@ -35,8 +42,8 @@ enum class Status {
   none,         ///< the daemon answered that there is none: end of a walk, no group of that name, not the director
   refused,      ///< the daemon refused it with a code, see `Result::code`
   undecodable,  ///< the daemon could not decode the request and sent an empty reply
-  broken,       ///< the connection ended early, or the reply does not answer the request
-  unreachable,  ///< no connection, see `Result::code`
+  broken,       ///< the reply ends early, or does not answer the request
+  unreachable,  ///< no connection, or one that ended without a reply, see `Result::code`
   timed_out,    ///< no connection or no whole reply in time; what the daemon made of the request is unknown
   unsendable,   ///< the value does not fit a request; nothing was sent
 };

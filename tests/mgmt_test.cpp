@@ -179,7 +179,7 @@ TEST(MgmtReply, FailuresAreToldInWords) {
       "ERR_BARE_NOMEM: there is no free record, or not enough memory\n"
       "ERR_BARE_INVALID: the group type is out of range\n"
       "the daemon could not decode the request\n"
-      "the daemon closed the connection early or sent a broken reply\n"
+      "the daemon sent a broken reply\n"
       "no daemon reached on /no/such/socket: No such file or directory\n"
       "the daemon on /no/such/socket did not answer within 50 ms\n"
       "the value does not fit a request\n",
