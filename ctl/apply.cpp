@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "document.h"
+#include "lock.h"
 #include "role.h"
 #include "words.h"
 
@@ -529,6 +530,8 @@ void apply(const Call& call) {
     throw Failure{EXIT_REFUSED, "cannot apply " + call.args.file + ": --read-only refuses changes",
                   "--dry-run prints them"};
   const Document wanted = read_document(call.args.file);
+  std::optional<Lock> lock;  // another run would add a member a second time
+  if (!call.args.dry_run) lock.emplace(call, "apply " + wanted.file);
   Maker maker(call);
   try {
     apply_document(call, wanted, &maker);

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "lock.h"
 #include "role.h"
 #include "words.h"
 
@@ -201,6 +202,7 @@ void add_group(const Call& call) {
   const Value config = name_to_set(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
   const bool is_mac = call.args.type == "mac";
   const uint32 type = is_mac ? LUMENHARBOUR_CUSTOMGRP_TYPE_MAC : LUMENHARBOUR_CUSTOMGRP_TYPE_PID;
+  const Lock lock(call, "add a group");
   const GroupRow row{new_group_id(call)};
   // All of them: a record that is used again keeps what it held.
   make_row(call, row, describe(row) + " (" + call.args.name + ')',
@@ -218,6 +220,7 @@ void add_builtin(const Call& call) {
   const Value image = name_to_set(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
   const Value config = name_to_set(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
   const Row row = row_of(call);
+  const Lock lock(call, "add " + describe(row));
   make_row(call, row, describe(row),
            {{LUMENHARBOUR_BUILTINGRP_IMAGETYPE, uint32{0}},
             {LUMENHARBOUR_BUILTINGRP_CONFIGTYPE, uint32{0}},
@@ -231,6 +234,7 @@ void set_members(const Call& call) {
   for (const std::string& word : call.args.members) member_of(0, word);  // all are understood before one is added
   const uint32 id = group_of(call, call.args.row);
   if (id > 0xffff) throw Failure{EXIT_NOT_FOUND, "there is no group " + std::to_string(id), "ids end at 65535"};
+  const Lock lock(call, "change members");
   // The daemon would link a member once more, and a later deletion would take off only one of the two.
   for (const std::string& word : call.args.members)
     if (const Row row = member_of(id, word); is_adding && call.daemon.get_integer(row, LUMENHARBOUR_GRPMAC_STATUS))
