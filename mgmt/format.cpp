@@ -3,6 +3,7 @@
 #include <arpa/inet.h>
 
 #include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <span>
 
@@ -125,15 +126,21 @@ std::optional<uint32> parse_number(std::string_view text, uint32 max) {
 }
 
 std::optional<Mac> parse_mac(std::string_view text) {
-  if (text.size() != 17) return std::nullopt;
-  const char separator = text[2];
-  if (separator != ':' && separator != '-') return std::nullopt;
   Mac mac{};
-  for (std::size_t i = 0; i < mac.size(); i++) {
-    const char* const pair = text.data() + 3 * i;
-    if (i > 0 && pair[-1] != separator) return std::nullopt;
-    const auto [end, error] = std::from_chars(pair, pair + 2, mac[i], 16);
-    if (error != std::errc() || end != pair + 2) return std::nullopt;
+  const std::size_t at = text.find_first_of(":-.");
+  const char separator = at == std::string_view::npos ? '\0' : text[at];
+  if (separator != '\0' && text.ends_with(separator)) return std::nullopt;
+  // Groups of digits, each with its bytes: six of one, three of two, or one of all.
+  const std::size_t bytes = separator == '\0' ? mac.size() : separator == '.' ? 2 : 1;
+  for (std::size_t i = 0; i < mac.size(); i += bytes) {
+    const std::string_view group = separator == '\0' ? text : take_field(&text, separator);
+    const bool is_last = i + bytes == mac.size();
+    if (group.size() > 2 * bytes || (bytes > 1 && group.size() < 2 * bytes)) return std::nullopt;
+    if (separator != '\0' && is_last != text.empty()) return std::nullopt;
+    uint64_t number = 0;
+    const auto [end, error] = std::from_chars(group.data(), group.data() + group.size(), number, 16);
+    if (error != std::errc() || end != group.data() + group.size()) return std::nullopt;
+    for (std::size_t k = bytes; k > 0; k--, number >>= 8) mac[i + k - 1] = static_cast<uint8>(number);
   }
   return mac;
 }

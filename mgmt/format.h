@@ -17,7 +17,9 @@ namespace lumenharbour {
 ///         `max`.
 std::optional<uint32> parse_number(std::string_view text, uint32 max = 0xffffffffU);
 
-/// @return the address that `text` says in six pairs of digits, all parted by ':' or all by '-'; else nothing.
+/// @return the address that `text` says in hexadecimal: six numbers that ':' or '-' parts, three of four digits each
+/// that
+///         '.' parts, or twelve digits; else nothing.
 std::optional<Mac> parse_mac(std::string_view text);
 
 /// @return the address as "00:1b:21:0a:0b:0c".
