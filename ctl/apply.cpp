@@ -268,10 +268,12 @@ bool Planner::change_files(const Record& record, const std::string& what, const 
 }
 
 void Planner::change_status(const Record& record, const std::string& what, const Entry& entry, bool is_stale) {
-  const bool is_active = integer_of(record, STATUS) == LUMENHARBOUR_ROW_ACTIVE;
-  const uint32 status = entry.active ? LUMENHARBOUR_ROW_ACTIVE : LUMENHARBOUR_ROW_INACTIVE;
-  if (is_active != entry.active && (is_active || entry.active))
-    change(record.row, what, STATUS, value_of(record, STATUS), status);
+  const uint32 before = integer_of(record, STATUS);
+  const bool is_active = before == LUMENHARBOUR_ROW_ACTIVE;
+  // Left out it stays; one that was never active nor made inactive is as new, as a run leaves it that broke off.
+  const bool is_wanted = entry.active.value_or(before != LUMENHARBOUR_ROW_INACTIVE);
+  const uint32 status = is_wanted ? LUMENHARBOUR_ROW_ACTIVE : LUMENHARBOUR_ROW_INACTIVE;
+  if (is_active != is_wanted) change(record.row, what, STATUS, value_of(record, STATUS), status);
   // The imagelist file is written by an activation alone.
   else if (is_active && is_stale)
     changes_.back().sets.push_back({record.row, STATUS, status});
@@ -288,7 +290,7 @@ void Planner::add_row(const Row& row, const std::string& what, const Entry& entr
     const Value none = lumenharbour_value_is_integer(attr->value) ? Value(uint32{0}) : Value(std::string());
     added.sets.push_back({row, attr->cmd, given == entry.values.end() ? none : given->second});
   }
-  if (entry.active) added.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_ACTIVE}});
+  if (entry.active.value_or(true)) added.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_ACTIVE}});
   changes_.push_back(std::move(added));
   rows_[row.index()]++;
 }

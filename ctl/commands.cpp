@@ -134,7 +134,23 @@ uint32 new_group_id(const Call& call) {
   return free.value.id;
 }
 
+/// Fails for an id that the director has no place for, and says which there are.
+void check_group_id(const Call& call, const GroupRow& row, const std::string& what) {
+  const Reply<uint32> max = call.daemon.get_integer(GlobalRow{}, LUMENHARBOUR_GLB_CUSTOMGRPMAXNUM);
+  if (max && row.id >= max.value && is_director(call))
+    throw Failure{EXIT_REFUSED, "cannot add " + what + ": ids go from 0 to " + std::to_string(max.value - 1),
+                  "take one of these or auto, or start lumenharbourd with larger pools"};
+}
+
 // ---- Announcements ----
+
+/// Fails for an address that no switch has.
+void check_unicast(const Mac& mac) {
+  const bool is_several = (mac[0] & 1) != 0;
+  if (is_several || mac == Mac{})
+    throw Failure{EXIT_USAGE, "no switch has the MAC address " + format_mac(mac),
+                  is_several ? "it is a group's: the last bit of its first byte is set" : "expected the switch's own"};
+}
 
 tLumenHarbourClientInfo client_of(const Arguments& args) {
   tLumenHarbourClientInfo client{};
@@ -143,11 +159,14 @@ tLumenHarbourClientInfo client_of(const Arguments& args) {
   client.family = AF_INET;
   client.op = args.remove ? 0 : 1;
   if (args.remove) return client;
+  check_unicast(mac);
   if (args.pid.empty() || args.ip.empty())
     throw Failure{EXIT_USAGE, "announce needs --pid and --ip", "or --delete, to have the client forgotten"};
   client.pid = number_of(args.pid, "product id");
   const auto ip = parse_ipv4(args.ip);
   if (!ip) throw Failure{EXIT_USAGE, quote(args.ip) + " is no IPv4 address", "expected one such as 192.0.2.1"};
+  if (*ip == std::array<uint8, LUMENHARBOUR_IPV4_SIZE>{})
+    throw Failure{EXIT_USAGE, "no client has the address 0.0.0.0", "expected the one that it is given"};
   std::copy(ip->begin(), ip->end(), client.ip);
   return client;
 }
@@ -204,8 +223,10 @@ void add_group(const Call& call) {
   const uint32 type = is_mac ? LUMENHARBOUR_CUSTOMGRP_TYPE_MAC : LUMENHARBOUR_CUSTOMGRP_TYPE_PID;
   const Lock lock(call, "add a group");
   const GroupRow row{new_group_id(call)};
+  const std::string what = describe(row) + " (" + call.args.name + ')';
+  check_group_id(call, row, what);
   // All of them: a record that is used again keeps what it held.
-  make_row(call, row, describe(row) + " (" + call.args.name + ')',
+  make_row(call, row, what,
            {{LUMENHARBOUR_CUSTOMGRP_NAME, name},
             {LUMENHARBOUR_CUSTOMGRP_TYPE, type},
             {LUMENHARBOUR_CUSTOMGRP_IMAGETYPE, uint32{0}},
@@ -263,7 +284,7 @@ void reload(const Call& call) {
 
 void announce(const Call& call) {
   const tLumenHarbourClientInfo client = client_of(call.args);
-  const std::string attempt = (call.args.remove ? "delete client " : "announce ") + call.args.mac;
+  const std::string attempt = (call.args.remove ? "delete client " : "announce ") + format_mac(mac_of(call.args.mac));
   // A deletion is answered alike in every role.
   if (call.args.remove) require_director(call, attempt);
   const Reply<FileNames> names = call.daemon.announce(client);

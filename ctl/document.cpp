@@ -122,7 +122,13 @@ std::vector<Item> Reader::items_of(const yaml_node_t& node, const std::string& w
 }
 
 Value Reader::value_of(const Item& item, const tLumenHarbourAttr& attr) const {
-  const std::string text = text_of(*item.value, item.key);
+  std::string text = text_of(*item.value, item.key);
+  // Where words stand for yes and no, or on and off, a library may have written its own for them.
+  const std::vector<std::string_view> words = value_words(attr);
+  const bool is_truth = std::find(words.begin(), words.end(), "yes") != words.end();
+  const bool is_switch = attr.value == LUMENHARBOUR_VALUE_TRUTH;
+  if (const std::optional<bool> truth = parse_truth(text); truth && (is_truth || is_switch))
+    text = is_switch ? (*truth ? "on" : "off") : (*truth ? "yes" : "no");
   return value_to_set(attr, text, document_->failure(item.line, item.key + " is " + quote(text), "").message);
 }
 
@@ -176,6 +182,9 @@ std::vector<Member> Reader::members_of(const Item& item) {
     const std::string text = text_of(*node, "a member");
     const std::optional<Mac> mac = parse_mac(text);
     const std::optional<uint32> pid = parse_number(text);
+    if (const std::optional<std::string> read = mac_of_base_60(text); !mac && !pid && read)
+      fail(line_of(*node), quote(text) + " is no member: something has read the MAC address " + *read + " as a number",
+           "quote MAC addresses in YAML");
     if (!mac && !pid)
       fail(line_of(*node), quote(text) + " is no member",
            "expected a MAC address such as 00:1b:21:0a:0b:0c, or a product id");
@@ -199,8 +208,8 @@ void Reader::read_key(const Item& item, Entry* entry) {
     if (entry->name.empty()) fail(item.line, "the name is empty", "a group without name is listed by its id");
   } else {
     const std::string text = text_of(*item.value, item.key);
-    entry->active = text == "yes";
-    if (text != "yes" && text != "no") fail(item.line, item.key + " is " + quote(text), "expected yes or no");
+    entry->active = parse_truth(text);
+    if (!entry->active) fail(item.line, item.key + " is " + quote(text), "expected yes or no");
   }
 }
 

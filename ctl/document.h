@@ -48,11 +48,11 @@ struct Member {
 
 /// A group that a file lists.
 struct Entry {
-  std::size_t line = 0;                        ///< where it begins, from 1
-  std::string name;                            ///< custom group: its name; empty for one that is named by its id
-  std::optional<uint32> key;                   ///< id of a custom group without name, or product id of a built-in group
-  std::map<uint32, Value> values;              ///< the other attributes that are given, by number
-  bool active = true;                          ///< its imagelist file is to be there
+  std::size_t line = 0;            ///< where it begins, from 1
+  std::string name;                ///< custom group: its name; empty for one that is named by its id
+  std::optional<uint32> key;       ///< id of a custom group without name, or product id of a built-in group
+  std::map<uint32, Value> values;  ///< the other attributes that are given, by number
+  std::optional<bool> active;      ///< its imagelist file is to be there; nothing: as it is, for a new one yes
   std::optional<std::vector<Member>> members;  ///< nothing: left as they are
 };
 

@@ -22,7 +22,8 @@ const tLumenHarbourAttr& attr_of(tLumenHarbourTable table, uint32 cmd) {
 /// @return true for a text that other readers of YAML would take for a number, a truth value or nothing.
 bool is_mistakable(std::string_view text) {
   static constexpr std::string_view words[] = {"null", "true", "false", "yes", "no", "on", "off", "y", "n"};
-  if (text.empty() || (std::isalpha(static_cast<unsigned char>(text[0])) == 0 && text[0] != '/' && text[0] != '_'))
+  if (text.empty() || parse_mac(text) ||
+      (std::isalpha(static_cast<unsigned char>(text[0])) == 0 && text[0] != '/' && text[0] != '_'))
     return true;
   const auto equals = [text](std::string_view word) {
     return std::equal(text.begin(), text.end(), word.begin(), word.end(),
@@ -57,7 +58,7 @@ class Emitter {
       else if (section.is_array())
         put_list(section, [this](const Json& row) { put_fields(row); });
       else
-        put_scalar(section, false);
+        put_scalar(section, key == "vlans" && section.get_ref<const std::string&>().find(',') != std::string::npos);
     }
     end_mapping();
     emit(yaml_document_end_event_initialize(&event, 1), &event);
@@ -94,7 +95,7 @@ class Emitter {
     for (const auto& [key, value] : object.items()) {
       put_scalar(key, false);
       if (value.is_array())
-        put_list(value, [this](const Json& element) { put_scalar(element, false); });
+        put_list(value, [this](const Json& element) { put_scalar(element, element.is_string()); });
       else
         put_scalar(value, key == "name" || key == "image" || key == "config");
     }
@@ -146,7 +147,8 @@ void put(Json* object, std::string_view key, const Record& record, uint32 cmd) {
   if (value == Value(uint32{0}) || value == Value(std::string())) return;
   if (text != nullptr && attr.value == LUMENHARBOUR_VALUE_TEXT && !is_utf8(*text))
     throw Failure{EXIT_REFUSED, "cannot export: " + describe(record.row, attr) + " is no UTF-8", "set another first"};
-  (*object)[std::string(key)] = json_of(attr, value);
+  const Json found = json_of(attr, value);
+  (*object)[std::string(key)] = text == nullptr && (found == "yes" || found == "no") ? Json(found == "yes") : found;
 }
 
 void put(Json* object, std::span<const Field> fields, const Record& record) {
@@ -161,7 +163,7 @@ Json group_of(const State& state, const Record& group) {
   if (object.empty()) object["id"] = id;
   object["type"] = json_of(attr_of(LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_TYPE), type);
   put(&object, GROUP_FIELDS, group);
-  object["active"] = integer_of(group, STATUS) == LUMENHARBOUR_ROW_ACTIVE ? "yes" : "no";
+  object["active"] = integer_of(group, STATUS) == LUMENHARBOUR_ROW_ACTIVE;
   if (type != LUMENHARBOUR_CUSTOMGRP_TYPE_MAC && type != LUMENHARBOUR_CUSTOMGRP_TYPE_PID) return object;
   Json members = Json::array();
   if (const auto found = state.members.find(id); found != state.members.end())
@@ -183,7 +185,7 @@ void put_tables(Json* tree, const State& state) {
   for (const Record& builtin : state.builtins) {
     Json object = {{"pid", std::get<BuiltinRow>(builtin.row).pid}};
     put(&object, BUILTIN_FIELDS, builtin);
-    object["active"] = integer_of(builtin, STATUS) == LUMENHARBOUR_ROW_ACTIVE ? "yes" : "no";
+    object["active"] = integer_of(builtin, STATUS) == LUMENHARBOUR_ROW_ACTIVE;
     (*tree)["builtins"].push_back(object);
   }
 }

@@ -277,7 +277,7 @@ std::string manual_files() {
   const std::string home = HISTORY_IN_HOME;
   const std::string state = HISTORY_IN_STATE;
   return section("FILES") + term(italic(Arguments().socket), "the daemon\\(aqs socket.") +
-         term(italic(Arguments().socket + LOCK_SUFFIX),
+         term(italic(lock_path(Arguments().socket)),
               "locked by commands that look before they change, as apply. Only who may use the socket may open it.") +
          term(italic("$XDG_STATE_HOME/" + state) + ", " + italic("~/" + home),
               "the prompt\\(aqs history: the second where the variable is not set. Nobody else may read it.");

@@ -3,9 +3,13 @@
 #include <yaml.h>
 
 #include <algorithm>
+#include <cctype>
 #include <cerrno>
+#include <charconv>
+#include <cstdint>
 #include <cstdio>
 #include <cstring>
+#include <iterator>
 #include <memory>
 #include <new>
 
@@ -98,6 +102,29 @@ std::string read_input(const std::string& path) {
   }
   const int error = errno;
   throw Failure{error == ENOENT ? EXIT_NOT_FOUND : EXIT_USAGE, attempt + std::strerror(error), ""};
+}
+
+std::optional<bool> parse_truth(std::string_view text) {
+  constexpr std::string_view words[][2] = {{"yes", "no"}, {"true", "false"}, {"on", "off"}, {"y", "n"}};
+  std::string lower(text);
+  for (char& c : lower) c = static_cast<char>(std::tolower(static_cast<unsigned char>(c)));
+  for (const auto& [yes, no] : words)
+    if (lower == yes || lower == no) return lower == yes;
+  return std::nullopt;
+}
+
+std::optional<std::string> mac_of_base_60(std::string_view text) {
+  uint64_t number = 0;
+  const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), number);
+  if (error != std::errc() || end != text.data() + text.size()) return std::nullopt;
+  uint64_t parts[LUMENHARBOUR_MAC_SIZE];
+  for (std::size_t i = std::size(parts) - 1; i > 0; i--, number /= 60) parts[i] = number % 60;
+  parts[0] = number;
+  // The first is what is left: above 9, since a smaller one has a 0 before it, and of two digits.
+  if (parts[0] < 10 || parts[0] > 99) return std::nullopt;
+  std::string mac;
+  for (const uint64_t part : parts) mac += (mac.empty() ? "" : part < 10 ? ":0" : ":") + std::to_string(part);
+  return mac;
 }
 
 std::optional<InputFault> fault_of_yaml(const std::string& bytes) {

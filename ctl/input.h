@@ -6,6 +6,7 @@
 #include <cstddef>
 #include <optional>
 #include <string>
+#include <string_view>
 
 namespace lumenharbour::ctl {
 
@@ -30,5 +31,13 @@ std::string read_input(const std::string& path);
 ///
 /// @return what is no YAML, or what no director's state needs: nests too deep, anchors and aliases, too many values
 std::optional<InputFault> fault_of_yaml(const std::string& bytes);
+
+/// @return what a truth value of YAML says, however a library spells it; nothing for another text.
+std::optional<bool> parse_truth(std::string_view text);
+
+/// @return the MAC address that YAML 1.1 reads as this number, to base 60, where nobody has quoted it; nothing for
+/// another
+///         text.
+std::optional<std::string> mac_of_base_60(std::string_view text);
 
 }  // namespace lumenharbour::ctl

@@ -38,7 +38,7 @@ int make(const char* path, const struct stat& socket) {
 int open_file(const std::string& socket_path) {
   struct stat socket {};
   if (lstat(socket_path.c_str(), &socket) != 0 || !S_ISSOCK(socket.st_mode)) return -1;
-  const std::string path = socket_path + LOCK_SUFFIX;
+  const std::string path = lock_path(socket_path);
   constexpr int flags = O_RDWR | O_NOFOLLOW | O_NONBLOCK | O_CLOEXEC;
   int fd = open(path.c_str(), flags);
   if (fd < 0 && errno == ENOENT) fd = make(path.c_str(), socket);
@@ -52,6 +52,11 @@ int open_file(const std::string& socket_path) {
 }
 
 }  // namespace
+
+std::string lock_path(const std::string& socket) {
+  std::string path = socket;
+  return path.insert(path.rfind('/') + 1, ".") + ".lock";
+}
 
 Lock::Lock(const Call& call, const std::string& attempt) : fd_(open_file(call.args.socket)) {
   const auto end = std::chrono::steady_clock::now() + PATIENCE;

@@ -7,8 +7,8 @@
 
 namespace lumenharbour::ctl {
 
-/// Behind the socket's path, that of the file.
-inline constexpr char LOCK_SUFFIX[] = ".lock";
+/// @return the file's path: beside the socket, hidden, so that nobody who completes the socket's path is offered it.
+std::string lock_path(const std::string& socket);
 
 /// Held by one command of all that reach a daemon by one path of its socket, until it is destroyed.
 ///

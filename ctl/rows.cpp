@@ -5,6 +5,7 @@
 #include <cstdint>
 #include <set>
 
+#include "access.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -75,7 +76,8 @@ std::string refusal_advice(const Call& call, int code, const Row& row, const tLu
 std::string advice_on(const Call& call, const Result& result, const Row& row, const tLumenHarbourAttr* attr) {
   switch (result.status) {
     case Status::unreachable:
-      if (result.code == ECONNRESET || result.code == EPIPE) return "it ended while it was asked; is it running again?";
+      if (result.code == ECONNRESET) return "it ended while it was asked; is it running again?";
+      if (result.code == EACCES) return who_may_use(call.args.socket);
       if (result.code != ENOENT && result.code != ECONNREFUSED) return "";
       return "is lumenharbourd running? --socket names another socket";
     case Status::timed_out:
@@ -312,15 +314,16 @@ uint32 group_of(const Call& call, const std::string& word) {
 }
 
 uint32 client_of(const Call& call, const std::string& word) {
-  if (const std::optional<uint32> index = parse_number(word)) return *index;
   const std::optional<Mac> mac = parse_mac(word);
+  if (const std::optional<uint32> index = parse_number(word); !mac && index) return *index;
   if (!mac)
     throw Failure{EXIT_USAGE, quote(word) + " is no client", "expected an index or a MAC such as 00:1b:21:0a:0b:0c"};
   const std::string wanted(mac->begin(), mac->end());
   for (const Record& client : read_table<ClientRow>(call))
     if (octets_of(client, LUMENHARBOUR_CLIENT_MAC) == wanted) return std::get<ClientRow>(client.row).index;
-  require_director(call, "find client " + word);
-  throw Failure{EXIT_NOT_FOUND, "no client has the MAC address " + word, "'lumenharbourctl show client' lists them"};
+  require_director(call, "find client " + format_mac(*mac));
+  throw Failure{EXIT_NOT_FOUND, "no client has the MAC address " + format_mac(*mac),
+                "'lumenharbourctl show client' lists them"};
 }
 
 Row row_of(const Call& call) {

@@ -338,9 +338,9 @@ void run_prompt(const Session& session) {
   std::string line;
   while (terminal.read(&line)) {
     try {
-      const Words words = split(line);
-      if (words.empty()) continue;
+      if (take_apart(line).words.empty()) continue;
       terminal.remember(line);
+      const Words words = split(line);
       if (is_end(words)) return;
       run_apart(words, session);
     } catch (const Failure& failure) {

@@ -89,6 +89,8 @@ void show(const Call& call) {
   }
   print_line("");
   print_table(call.args, {"pool", "used", "free", "max"}, pools);
+  const bool is_unmade = std::any_of(pools.begin(), pools.end(), [](const Json& row) { return row.at("max") == 0; });
+  if (is_unmade) note("pools that the daemon was given no size for get theirs when this switch becomes the director");
 }
 
 void show_groups(const Call& call) {

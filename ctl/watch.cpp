@@ -104,6 +104,15 @@ Snapshot take_snapshot(const Call& call, const Scope& scope) {
 
 // ---- What has changed ----
 
+/// @return the time of day as RFC 3339 has it.
+std::string time_text() {
+  char time[32];
+  const std::time_t now = std::time(nullptr);
+  std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S%z", std::localtime(&now));
+  std::string text = time;
+  return text.insert(text.size() - 2, ":");
+}
+
 /// Thrown when as many changes are printed as were wanted.
 struct Enough {};
 
@@ -116,10 +125,7 @@ class Printer {
   /// @param[in] key   the row's key, null for none
   void print(const char* event, const char* what, const Json& key, const Json& attribute, const Json& before,
              const Json& after) {
-    char time[32];
-    const std::time_t now = std::time(nullptr);
-    std::strftime(time, sizeof time, "%Y-%m-%dT%H:%M:%S%z", std::localtime(&now));
-    const Json line = {{"time", time},           {"event", event}, {"what", what}, {"key", key},
+    const Json line = {{"time", time_text()},    {"event", event}, {"what", what}, {"key", key},
                        {"attribute", attribute}, {"old", before},  {"new", after}};
     print_line(args_.is_json() ? dump(line) : plain(line));
     flush_output();
@@ -197,6 +203,25 @@ Snapshot look(const Call& call, const Scope& scope, Seconds interval, Printer* p
       check_deadline(call, "watch");
       if (!is_lost) printer->print("lost", "daemon", nullptr, nullptr, nullptr, failure.message);
     }
+  }
+}
+
+/// Looks until there is a daemon to look at; one that is not there yet is told once, and when it is.
+///
+/// @param[out] scope  what the command line names, for which a daemon may have to be asked
+Snapshot first_look(const Call& call, Seconds interval, Scope* scope, Printer* printer) {
+  for (bool is_awaited = false;; is_awaited = true) {
+    try {
+      *scope = scope_of(call);
+      Snapshot snapshot = take_snapshot(call, *scope);
+      if (is_awaited) printer->print("back", "daemon", nullptr, nullptr, nullptr, nullptr);
+      return snapshot;
+    } catch (const Failure& failure) {
+      check_deadline(call, "watch");
+      if (failure.exit != EXIT_UNREACHABLE && failure.exit != EXIT_TIMED_OUT) throw;
+      if (!is_awaited) printer->print("lost", "daemon", nullptr, nullptr, nullptr, failure.message);
+    }
+    pause(call, interval);
   }
 }
 
@@ -306,11 +331,11 @@ std::string missing(const Call& call, const std::vector<Condition>& conditions) 
 }  // namespace
 
 void watch(const Call& call) {
-  const Scope scope = scope_of(call);
   const Seconds interval = interval_of(call, 1);
   Printer printer(call.args, call.args.limit.empty() ? 0 : number_of(call.args.limit, "number of changes"));
-  Snapshot before = take_snapshot(call, scope);
   try {
+    Scope scope;
+    Snapshot before = first_look(call, interval, &scope, &printer);
     for (;;) {
       Snapshot after = look(call, scope, interval, &printer);
       printer.compare(before, after);

@@ -228,7 +228,7 @@ Result send_frame(int fd, const Frame& frame) {
     const ssize_t sent = send(fd, &frame, frame.size(), MSG_NOSIGNAL);
     if (sent == static_cast<ssize_t>(frame.size())) return {};
     if (sent < 0 && errno == EINTR) continue;
-    if (sent < 0 && errno != EAGAIN) return {Status::unreachable, errno};
+    if (sent < 0 && errno != EAGAIN) return {Status::unreachable, errno == EPIPE ? ECONNRESET : errno};
     return {Status::timed_out};
   }
 }

@@ -110,7 +110,7 @@ stirred() { # stirred FILE [LINES]
 
 watched() { # watched FILE LINES: waits until so much has been seen, and prints it without what differs each time
   eventually seen "$@"
-  sed '/config changed/d; s/20[-0-9]\{8\}T[:0-9]\{8\}[-+][0-9]\{4\}/TIME/; s/v[0-9]*\.cfg/v.cfg/g; s/ lost: .*/ lost/' "$dir/$1"
+  sed '/config changed/d; s/20[-0-9]\{8\}T[:0-9]\{8\}[-+][0-9][0-9]:[0-9][0-9]/TIME/; s/v[0-9]*\.cfg/v.cfg/g; s/ lost: .*/ lost/' "$dir/$1"
 }
 
 held() { # stops the watch between two looks: a daemon waits for whoever has connected
