@@ -64,6 +64,8 @@ struct Arguments {
   std::string file;                    ///< file to apply
   bool dry_run = false;                ///< apply: only print the changes
   bool prune = false;                  ///< apply: delete what the file does not name
+  std::string fields;                  ///< show: what of each row
+  bool wide = false;                   ///< show: all of each row, and nothing cut
   std::vector<std::string> words;      ///< words of another command
   std::string limit;                   ///< watch: changes to print
   std::string interval;                ///< watch, wait: seconds between two looks

@@ -37,6 +37,10 @@ constexpr Argument VLANS = {"LIST", &Arguments::value, true, "VLAN ids and range
 constexpr Argument AFTER = {"--after", &Arguments::after, true, "seconds until the reload, or off for none",
                             "SECONDS|off"};
 
+constexpr Argument FIELDS = {"--fields", &Arguments::fields, false, "what to show of each row, such as name,image",
+                             "NAMES"};
+constexpr Argument WIDE = {"--wide", &Arguments::wide, false, "show every field of each row, and cut nothing"};
+
 constexpr tLumenHarbourTable GLB = LUMENHARBOUR_TABLE_GLOBAL;
 constexpr tLumenHarbourTable GRP = LUMENHARBOUR_TABLE_CUSTOMGRP;
 constexpr tLumenHarbourTable BLT = LUMENHARBOUR_TABLE_BUILTINGRP;
@@ -51,9 +55,19 @@ constexpr bool READS = false;
 
 constexpr Command COMMAND_TABLE[] = {
     {"show", "Show what the daemon does, and how full it is", {}, show},
-    {"show group", "Show the custom groups, or one with its members", {GROUP_OR_ALL}, show_groups, READS, GRP},
-    {"show builtin", "Show the built-in groups, or one", {PID_OR_ALL}, show_builtins, READS, BLT},
-    {"show client", "Show the clients that the director has seen, or one", {CLIENT_OR_ALL}, show_clients, READS, CLI},
+    {"show group",
+     "Show the custom groups, or one with its members",
+     {GROUP_OR_ALL, FIELDS, WIDE},
+     show_groups,
+     READS,
+     GRP},
+    {"show builtin", "Show the built-in groups, or one", {PID_OR_ALL, FIELDS, WIDE}, show_builtins, READS, BLT},
+    {"show client",
+     "Show the clients that the director has seen, or one",
+     {CLIENT_OR_ALL, FIELDS, WIDE},
+     show_clients,
+     READS,
+     CLI},
     {"show vlan", "Show the management VLANs and the DHCP client's VLAN", {}, show_vlans},
 
     {"service", "The provisioning service of this switch"},

@@ -52,11 +52,11 @@ void fit(std::vector<std::size_t>* widths, std::size_t terminal) {
   }
 }
 
-void print_columns(const std::vector<Line>& lines) {
+void print_columns(const std::vector<Line>& lines, bool is_cut) {
   std::vector<std::size_t> widths(lines.front().size(), 1);
   for (const Line& line : lines)
     for (std::size_t i = 0; i < line.size(); i++) widths[i] = std::max(widths[i], width_of(line[i]));
-  if (const std::size_t terminal = terminal_width(); terminal > 0) fit(&widths, terminal);
+  if (const std::size_t terminal = terminal_width(); terminal > 0 && is_cut) fit(&widths, terminal);
   for (const Line& line : lines) {
     std::string text;
     for (std::size_t i = 0; i < line.size(); i++) {
@@ -125,7 +125,7 @@ void print_table(const Arguments& args, const std::vector<std::string>& headings
     Line& line = lines.emplace_back();
     for (const std::string& heading : headings) line.push_back(text_of(row.at(heading)));
   }
-  print_columns(lines);
+  print_columns(lines, !args.wide);
 }
 
 void note(const std::string& sentence) {

@@ -2,7 +2,9 @@
 #include <cstdio>
 
 #include "commands.h"
+#include "groups.h"
 #include "role.h"
+#include "words.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -58,17 +60,58 @@ void note_emptiness(const Call& call) {
        (is_director(call) ? "" : std::string("; ") + NOT_DIRECTOR));
 }
 
+/// @return the fields that the command line wants. @param[in] all  those that there are @param[in] usual  where it says
+/// nothing
+std::vector<std::string> fields_of(const Call& call, const std::vector<std::string>& all,
+                                   const std::vector<std::string>& usual) {
+  if (call.args.fields.empty()) return call.args.wide || call.args.is_json() ? all : usual;
+  std::vector<std::string> fields;
+  for (std::size_t at = 0; at <= call.args.fields.size();) {
+    const std::size_t end = std::min(call.args.fields.find(',', at), call.args.fields.size());
+    fields.push_back(call.args.fields.substr(at, end - at));
+    at = end + 1;
+  }
+  for (const std::string& field : fields) {
+    std::string expected;
+    for (const std::string& name : all) expected += (expected.empty() ? "expected some of " : ", ") + name;
+    if (std::find(all.begin(), all.end(), field) == all.end())
+      throw Failure{EXIT_USAGE, quote(field) + " is no field", expected};
+  }
+  return fields;
+}
+
+/// @return the fields of a row that are wanted, in their order.
+Json pick(const Json& row, const std::vector<std::string>& fields) {
+  Json picked = Json::object();
+  for (const std::string& field : fields) picked[field] = row.at(field);
+  return picked;
+}
+
+/// Prints rows, objects that have the fields.
+void print_rows(const Call& call, const std::vector<std::string>& fields, const Json& rows) {
+  if (rows.empty()) note_emptiness(call);
+  if (!rows.empty() || call.args.is_json()) print_table(call.args, fields, rows);
+}
+
+/// @return every field of the command's table, the first being its key.
+std::vector<std::string> all_fields(const Call& call, const char* key) {
+  std::vector<std::string> fields = {key};
+  for (const tLumenHarbourAttr* const attr : attributes_of_rows(call.command.table)) fields.emplace_back(attr->name);
+  return fields;
+}
+
 /// Prints the rows of the command's table, or the one that it names.
 ///
-/// @param[in] headings  columns of the table
-/// @param[in] row_json  makes a row out of its record
-template <typename R, typename Make>
-void show_rows(const Call& call, const std::vector<std::string>& headings, const Make& row_json) {
-  if (!call.args.row.empty()) return print_object(call.args, row_json(read_record(call, row_of(call))));
+/// @param[in] all    every field, the first being the key
+/// @param[in] usual  columns of the table
+template <typename R>
+void show_rows(const Call& call, const std::vector<std::string>& all, const std::vector<std::string>& usual) {
+  const bool is_one = !call.args.row.empty();
+  const std::vector<std::string> fields = fields_of(call, all, is_one ? all : usual);
+  if (is_one) return print_object(call.args, pick(json_of(read_record(call, row_of(call))), fields));
   Json rows = Json::array();
-  for (const Record& record : read_table<R>(call)) rows.push_back(row_json(record));
-  if (rows.empty()) note_emptiness(call);
-  if (!rows.empty() || call.args.is_json()) print_table(call.args, headings, rows);
+  for (const Record& record : read_table<R>(call)) rows.push_back(pick(json_of(record), fields));
+  print_rows(call, fields, rows);
 }
 
 }  // namespace
@@ -94,24 +137,31 @@ void show(const Call& call) {
 }
 
 void show_groups(const Call& call) {
-  const std::vector<MacMemberRow> macs = walk<MacMemberRow>(call);
-  const std::vector<PidMemberRow> pids = walk<PidMemberRow>(call);
-  const bool is_counted = call.args.row.empty() && !call.args.is_json();
-  show_rows<GroupRow>(call, {"id", "name", "type", "status", "members", "image", "config"}, [&](const Record& record) {
-    Json row = json_of(record);
-    const Json members = members_of(std::get<GroupRow>(record.row).id, macs, pids);
-    row["members"] = is_counted ? Json(members.size()) : members;
-    return row;
-  });
+  std::vector<std::string> all = all_fields(call, "id");
+  all.emplace_back(MEMBERS_FIELD);
+  const bool is_one = !call.args.row.empty();
+  const std::vector<std::string> fields = fields_of(
+      call, all,
+      is_one ? all : std::vector<std::string>{"id", "name", "type", "status", MEMBERS_FIELD, "image", "config"});
+  if (is_one) {
+    const Row group = row_of(call);
+    Json row = json_of(read_record(call, group));
+    row[MEMBERS_FIELD] = members_of(std::get<GroupRow>(group).id, walk<MacMemberRow>(call), walk<PidMemberRow>(call));
+    return print_object(call.args, pick(row, fields));
+  }
+  Json rows = read_groups(call, fields);
+  if (!call.args.is_json())
+    for (Json& row : rows)
+      if (row.contains(MEMBERS_FIELD)) row[MEMBERS_FIELD] = row[MEMBERS_FIELD].size();
+  print_rows(call, fields, rows);
 }
 
 void show_builtins(const Call& call) {
-  show_rows<BuiltinRow>(call, {"pid", "status", "image", "config"},
-                        [](const Record& record) { return json_of(record); });
+  show_rows<BuiltinRow>(call, all_fields(call, "pid"), {"pid", "status", "image", "config"});
 }
 
 void show_clients(const Call& call) {
-  show_rows<ClientRow>(call, {"index", "mac", "ip", "pid"}, [](const Record& record) { return json_of(record); });
+  show_rows<ClientRow>(call, {"index", "ip", "mac", "pid"}, {"index", "mac", "ip", "pid"});
 }
 
 void show_vlans(const Call& call) {
