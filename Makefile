@@ -37,7 +37,7 @@ format:
 	scripts/check --fix
 
 install: all
-	$(CMAKE) --install $(BUILD)
+	$(CMAKE) --install $(BUILD) --strip
 
 clean:
 	rm -rf $(BUILD) build-*

@@ -83,6 +83,11 @@ class Maker {
     }
   }
 
+  /// Takes the names of the groups that are there, for what is told about them.
+  void know(const State& state) {
+    for (const Record& group : state.groups) names_[id_of(group)] = octets_of(group, LUMENHARBOUR_CUSTOMGRP_NAME);
+  }
+
   /// Tells how many changes there were, or all of them in JSON.
   void finish() const {
     if (call_.args.is_json()) return print_line(dump({{"changed", told_}, {"dry-run", call_.args.dry_run}}));
@@ -106,12 +111,42 @@ class Maker {
     check(call_, result, change.op.verb + change.attribute + of + change.what, set.row, &attr);
   }
 
+  /// @return a change in the fields that 'watch' has for one.
+  Json entry_of(const Change& change) {
+    const Row row = change.sets.empty() ? Row(GlobalRow{}) : change.sets.front().row;
+    Json attribute = change.attribute.empty() ? Json() : Json(change.attribute);
+    Json before = change.before;
+    Json after = change.after;
+    Json key;
+    if (const auto* const builtin = std::get_if<BuiltinRow>(&row)) key = builtin->pid;
+    if (const auto* const group = std::get_if<GroupRow>(&row)) key = group->id;
+    const auto take_member = [&](uint32 group_id, const Json& member) {
+      key = group_id;
+      attribute = "member";
+      (std::string_view(change.op.name) == DELETE.name ? before : after) = member;
+    };
+    if (const auto* const mac = std::get_if<MacMemberRow>(&row)) take_member(mac->group_id, format_mac(mac->mac));
+    if (const auto* const pid = std::get_if<PidMemberRow>(&row)) take_member(pid->group_id, pid->pid);
+    for (const Set& set : change.sets)
+      if (std::holds_alternative<GroupRow>(row) && set.cmd == LUMENHARBOUR_CUSTOMGRP_NAME)
+        names_[key.get<uint32>()] = std::get<std::string>(set.value);
+    const bool is_builtin = std::holds_alternative<BuiltinRow>(row);
+    const bool is_group = !is_builtin && !key.is_null();
+    const tLumenHarbourTable table = is_builtin ? LUMENHARBOUR_TABLE_BUILTINGRP
+                                     : is_group ? LUMENHARBOUR_TABLE_CUSTOMGRP
+                                                : LUMENHARBOUR_TABLE_GLOBAL;
+    const std::string name = is_group ? names_[key.get<uint32>()] : "";
+    return {{"op", change.op.name},
+            {"what", TABLES[table].name},
+            {"key", key},
+            {"name", name.empty() ? Json() : Json(name)},
+            {"attribute", attribute},
+            {"old", before},
+            {"new", after}};
+  }
+
   void tell(const Change& change) {
-    told_.push_back({{"op", change.op.name},
-                     {"what", change.what.empty() ? TABLES[LUMENHARBOUR_TABLE_GLOBAL].name : change.what},
-                     {"attribute", change.attribute.empty() ? Json() : Json(change.attribute)},
-                     {"old", change.before},
-                     {"new", change.after}});
+    told_.push_back(entry_of(change));
     if (call_.args.is_json()) return;
     std::string line = change.op.sign + change.what;
     if (!change.attribute.empty())
@@ -123,6 +158,7 @@ class Maker {
 
   const Call& call_;
   Json told_ = Json::array();
+  std::map<uint32, std::string> names_;  // of the groups, by id
 };
 
 // ---- Planning them ----
@@ -508,6 +544,7 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   if (!was_director) make_role(call, wanted, role, becomes, maker);
   if (!was_director && !call.args.dry_run && (becomes || !role.empty())) now = read_state(call);
   if (wanted.needs_director() && !is_assumed) require_director(call, attempt);
+  maker->know(now);
   Planner rest(call, wanted, now, is_assumed);
   rest.plan_vlans();
   rest.plan_groups();

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "layout.h"
 #include "report.h"
 #include "tool.h"
 #include "words.h"
@@ -118,6 +119,38 @@ std::string help_of(CLI::App* app, const CommandLine& line, const std::string& p
   return app->help();
 }
 
+/// @return arguments as JSON has them: the options, or the others.
+Json arguments_json(std::span<const Argument> arguments, bool are_options) {
+  Json list = Json::array();
+  for (const Argument& argument : arguments) {
+    if (is_option(argument) != are_options) continue;
+    Json& entry = list.emplace_back(Json{{"name", argument.name}, {"help", argument.help}});
+    entry["required"] = argument.required;
+    entry["repeated"] = std::holds_alternative<std::vector<std::string> Arguments::*>(argument.field);
+    if (are_options) entry["value"] = *argument.type == '\0' ? Json() : Json(argument.type);
+    entry["words"] = Json::array();
+    for (const std::string_view word : argument.words) entry["words"].push_back(std::string(word));
+  }
+  return list;
+}
+
+/// @return what help says of a command, or of all where the line names none.
+Json help_json(const CommandLine& line, const std::string& path) {
+  const bool is_command = line.command != nullptr;
+  const std::span<const Argument> arguments = is_command ? line.command->arguments : std::span<const Argument>();
+  Json help = {{"command", path}, {"help", is_command && line.command->help != nullptr ? line.command->help : SUMMARY}};
+  help["arguments"] = arguments_json(arguments, false);
+  help["options"] = arguments_json(is_command ? arguments : OPTIONS, true);
+  help["commands"] = Json::array();
+  for (const Command* const child : children_of(line.commands, path))
+    help["commands"].push_back({{"name", std::string(word_of(*child))}, {"help", child->help}});
+  help["attributes"] = Json::array();
+  if (is_command && names_attribute(*line.command))
+    for (const tLumenHarbourAttr* const attr : attributes_of(*line.command))
+      help["attributes"].push_back({{"name", std::string(attr->name)}, {"expected", expected_value(*attr)}});
+  return help;
+}
+
 /// @return true when one of the words is that option.
 bool is_there(const std::vector<std::string>& words, const char* option) {
   const auto end = std::find(words.begin(), words.end(), "--");
@@ -196,11 +229,19 @@ void check_words(const Arguments& args, std::span<const Argument> arguments) {
   fail_usage("an option has a value that it does not take", see_help(path));
 }
 
+/// @return the first word from there on that is no option and none's value.
+std::vector<std::string>::iterator first_word(std::vector<std::string>& words,
+                                              std::vector<std::string>::iterator word) {
+  while (word != words.end() && *word != "--" && word->size() > 1 && word->front() == '-')
+    word += takes_next(*word) && word + 1 != words.end() ? 2 : 1;
+  return word;
+}
+
 CommandLine take_apart(Commands commands, const std::vector<std::string>& words, const Arguments& defaults) {
   CommandLine line{commands, nullptr, defaults, ""};
   std::vector<std::string> rest = words;
-  if (!rest.empty() && rest.front() == "help") {
-    rest.erase(rest.begin());
+  if (const auto first = first_word(rest, rest.begin()); first != rest.end() && *first == "help") {
+    rest.erase(first);
     rest.emplace_back(HELP);
   }
   std::string path;
@@ -216,8 +257,12 @@ CommandLine take_apart(Commands commands, const std::vector<std::string>& words,
   for (const Argument& option : OPTIONS.subspan(2)) add(&app, &line.args, option);
   if (line.command != nullptr)
     for (const Argument& argument : line.command->arguments) add(&app, &line.args, argument);
-  if (is_there(rest, "-h") || is_there(rest, HELP)) line.help = help_of(&app, line, path);
-  if (is_there(rest, VERSION)) line.help = std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
+  const bool is_json = format_of(words, defaults.format) == FORMAT_JSON;
+  if (is_there(rest, "-h") || is_there(rest, HELP))
+    line.help = is_json ? dump(help_json(line, path)) + '\n' : help_of(&app, line, path);
+  if (is_there(rest, VERSION))
+    line.help = is_json ? dump({{"name", TOOL}, {"version", LUMENHARBOUR_VERSION}}) + '\n'
+                        : std::string(TOOL) + ' ' + LUMENHARBOUR_VERSION + '\n';
   if (!line.help.empty()) return line;
   if (is_family) fail_usage(quote(path) + " wants one more word", see_help(path));
   try {
@@ -310,7 +355,7 @@ CommandLine parse(Commands commands, const std::vector<std::string>& words, cons
 
 void run(const CommandLine& line) {
   if (!line.help.empty()) {
-    std::fputs(line.help.c_str(), stdout);
+    std::fputs(wrapped(line.help, terminal_width(STDOUT_FILENO)).c_str(), stdout);
     return flush_output();
   }
   try {

@@ -1,12 +1,13 @@
 #include "report.h"
 
-#include <sys/ioctl.h>
 #include <unistd.h>
 
 #include <algorithm>
 #include <cerrno>
 #include <cstdio>
 #include <cstring>
+
+#include "layout.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -19,50 +20,41 @@ constexpr const char* STATUS_WORDS[] = {"done", "refused", "usage", "not-found",
 /// What stands for an empty value, so that columns can be counted.
 constexpr char NOTHING[] = "-";
 
-/// @return columns of the terminal on standard output; 0 when it is none.
-std::size_t terminal_width() {
-  winsize size{};
-  if (isatty(STDOUT_FILENO) == 0) return 0;
-  return ioctl(STDOUT_FILENO, TIOCGWINSZ, &size) == 0 && size.ws_col > 0 ? size.ws_col : 80;
-}
-
-/// @return how many columns the text takes: one for each character of UTF-8.
-std::size_t width_of(std::string_view text) {
-  return static_cast<std::size_t>(
-      std::count_if(text.begin(), text.end(), [](char c) { return (static_cast<unsigned char>(c) & 0xc0) != 0x80; }));
-}
-
-/// @return the text in at most `width` columns, with dots for what is cut.
-std::string cut(const std::string& text, std::size_t width) {
-  if (width_of(text) <= width) return text;
-  std::string head = text;
-  while (!head.empty() && width_of(head) > width - 2) head.pop_back();
-  return head + "..";
-}
+/// A column of a table.
+struct Column {
+  std::size_t width = 1;
+  bool is_whole = false;  ///< holds addresses, of which a part says nothing
+};
 
 /// Narrows the widest columns until all fit a terminal.
-void fit(std::vector<std::size_t>* widths, std::size_t terminal) {
+void fit(std::vector<Column>* columns, std::size_t terminal) {
   constexpr std::size_t narrowest = 8;
+  const auto can_less = [](const Column& a, const Column& b) {
+    return (a.is_whole ? 0 : a.width) < (b.is_whole ? 0 : b.width);
+  };
   for (;;) {
-    std::size_t total = 2 * (widths->size() - 1);
-    for (const std::size_t width : *widths) total += width;
-    const auto widest = std::max_element(widths->begin(), widths->end());
-    if (total <= terminal || *widest <= narrowest) return;
-    (*widest)--;
+    std::size_t total = 2 * (columns->size() - 1);
+    for (const Column& column : *columns) total += column.width;
+    const auto widest = std::max_element(columns->begin(), columns->end(), can_less);
+    if (total <= terminal || widest->is_whole || widest->width <= narrowest) return;
+    widest->width--;
   }
 }
 
 void print_columns(const std::vector<Line>& lines, bool is_cut) {
-  std::vector<std::size_t> widths(lines.front().size(), 1);
+  std::vector<Column> columns(lines.front().size());
   for (const Line& line : lines)
-    for (std::size_t i = 0; i < line.size(); i++) widths[i] = std::max(widths[i], width_of(line[i]));
-  if (const std::size_t terminal = terminal_width(); terminal > 0 && is_cut) fit(&widths, terminal);
+    for (std::size_t i = 0; i < line.size(); i++) {
+      columns[i].width = std::max(columns[i].width, width_of(line[i]));
+      columns[i].is_whole = columns[i].is_whole || parse_mac(line[i]);
+    }
+  if (const std::size_t terminal = terminal_width(STDOUT_FILENO); terminal > 0 && is_cut) fit(&columns, terminal);
   for (const Line& line : lines) {
     std::string text;
     for (std::size_t i = 0; i < line.size(); i++) {
-      const std::string cell = cut(line[i], widths[i]);
+      const std::string cell = cut(line[i], columns[i].width);
       text += cell;
-      if (i + 1 < line.size()) text.append(widths[i] + 2 - width_of(cell), ' ');
+      if (i + 1 < line.size()) text.append(columns[i].width + 2 - width_of(cell), ' ');
     }
     print_line(text);
   }
@@ -114,7 +106,8 @@ void print_done(const Arguments& args) {
 
 void print_object(const Arguments& args, const Json& object) {
   if (args.is_json()) return print_line(dump(object));
-  for (const auto& [name, value] : object.items()) print_line(name + ": " + text_of(value));
+  for (const auto& [name, value] : object.items())
+    print_line(wrapped(name + ": " + text_of(value), args.wide ? 0 : terminal_width(STDOUT_FILENO)));
 }
 
 void print_table(const Arguments& args, const std::vector<std::string>& headings, const Json& rows) {
@@ -129,7 +122,7 @@ void print_table(const Arguments& args, const std::vector<std::string>& headings
 }
 
 void note(const std::string& sentence) {
-  const std::string line = "lumenharbourctl: " + sentence + '\n';
+  const std::string line = wrapped("lumenharbourctl: " + sentence, terminal_width(STDERR_FILENO)) + '\n';
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
