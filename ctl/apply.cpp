@@ -3,6 +3,7 @@
 
 #include "commands.h"
 #include "document.h"
+#include "guard.h"
 #include "lock.h"
 #include "role.h"
 #include "words.h"
@@ -46,10 +47,6 @@ const tLumenHarbourAttr& attr_of(const Row& row, uint32 cmd) {
   return *lumenharbour_attr_find(static_cast<tLumenHarbourTable>(row.index()), cmd);
 }
 
-std::string plural(std::size_t count, const std::string& one, const std::string& many) {
-  return std::to_string(count) + ' ' + (count == 1 ? one : many);
-}
-
 std::string name_of(const Row& row, const std::string& name) {
   return name.empty() ? describe(row) : "group " + printable(name);
 }
@@ -88,9 +85,19 @@ class Maker {
     for (const Record& group : state.groups) names_[id_of(group)] = octets_of(group, LUMENHARBOUR_CUSTOMGRP_NAME);
   }
 
+  /// Tells what is lost with the director role.
+  void lose(const Loss& loss) {
+    lost_ = loss.json();
+    if (!call_.args.is_json()) print_line(std::string(DELETE.sign) + "the director role, and with it " + loss.text());
+  }
+
   /// Tells how many changes there were, or all of them in JSON.
   void finish() const {
-    if (call_.args.is_json()) return print_line(dump({{"changed", told_}, {"dry-run", call_.args.dry_run}}));
+    if (call_.args.is_json()) {
+      Json object = {{"changed", told_}, {"dry-run", call_.args.dry_run}};
+      if (!lost_.is_null()) object["lost"] = lost_;
+      return print_line(dump(object));
+    }
     if (told_.empty()) return print_line("nothing to change");
     print_line(plural(told_.size(), "change ", "changes ") + (call_.args.dry_run ? "to make" : "made"));
   }
@@ -159,6 +166,7 @@ class Maker {
   const Call& call_;
   Json told_ = Json::array();
   std::map<uint32, std::string> names_;  // of the groups, by id
+  Json lost_;
 };
 
 // ---- Planning them ----
@@ -483,10 +491,11 @@ void Planner::check_pools() const {
     const uint32 size = integer_of(now_.global, cmd);
     // No size yet: a daemon that was started without one takes its own when it becomes the director.
     if (size == 0 || wanted <= size) continue;
-    throw Failure{EXIT_REFUSED,
-                  "cannot apply " + wanted_.file + ": that makes " + std::to_string(wanted) + ' ' + rows + ", and " +
-                      std::string(attr_of(GlobalRow{}, cmd).name) + " is " + std::to_string(size),
-                  "list fewer, delete others with --prune, or start lumenharbourd with larger pools"};
+    throw Failure{
+        EXIT_REFUSED,
+        "cannot apply " + wanted_.file + ": that makes " + std::to_string(wanted) + ' ' + rows + ", and " +
+            std::string(attr_of(GlobalRow{}, cmd).name) + " is " + std::to_string(size),
+        "list fewer, delete others with --prune, or save the state and start lumenharbourd with larger pools"};
   }
 }
 
@@ -529,6 +538,19 @@ void make_role(const Call& call, const Document& wanted, const std::vector<Chang
   if (becomes && !is_address_new) maker->make({{CHANGE, "", "director-state", "off", "on", {}}});
 }
 
+/// Asks before the changes take the role from a director that has something to lose, and tells it.
+void guard_role(const Call& call, const Document& wanted, const std::vector<Change>& role, Maker* maker) {
+  const auto state = wanted.globals.find(LUMENHARBOUR_GLB_STATE);
+  std::string reason;
+  if (sets_address(role))
+    reason = danger_of(call, std::get<std::string>(wanted.globals.at(LUMENHARBOUR_GLB_DIRECTORIP)));
+  if (state != wanted.globals.end() && state->second != Value(uint32{LUMENHARBOUR_ON})) reason = "it stops the service";
+  const Loss loss = reason.empty() ? Loss() : loss_of(call);
+  if (loss.text().empty()) return;
+  if (!call.args.dry_run) ask_for_loss(call, "apply " + wanted.file, reason, loss);
+  maker->lose(loss);
+}
+
 /// Makes all changes that `wanted` asks for.
 void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   const std::string attempt = "apply " + wanted.file;
@@ -553,6 +575,7 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   rest.plan_defaults();
   rest.plan_stop();
   rest.check_pools();
+  if (was_director) guard_role(call, wanted, role, maker);
   if (was_director && !role.empty()) {
     make_role(call, wanted, role, becomes, maker);
     // Another address may have ended the role, and a client takes a director's attributes without effect.

@@ -66,6 +66,7 @@ struct Arguments {
   bool prune = false;                  ///< apply: delete what the file does not name
   std::string fields;                  ///< show: what of each row
   bool wide = false;                   ///< show: all of each row, and nothing cut
+  bool force = false;                  ///< do it whatever is lost
   std::vector<std::string> words;      ///< words of another command
   std::string limit;                   ///< watch: changes to print
   std::string interval;                ///< watch, wait: seconds between two looks

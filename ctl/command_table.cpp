@@ -40,6 +40,7 @@ constexpr Argument AFTER = {"--after", &Arguments::after, true, "seconds until t
 constexpr Argument FIELDS = {"--fields", &Arguments::fields, false, "what to show of each row, such as name,image",
                              "NAMES"};
 constexpr Argument WIDE = {"--wide", &Arguments::wide, false, "show every field of each row, and cut nothing"};
+constexpr Argument FORCE = {"--force", &Arguments::force, false, "do it without asking, whatever is lost by it"};
 
 constexpr tLumenHarbourTable GLB = LUMENHARBOUR_TABLE_GLOBAL;
 constexpr tLumenHarbourTable GRP = LUMENHARBOUR_TABLE_CUSTOMGRP;
@@ -81,7 +82,7 @@ constexpr Command COMMAND_TABLE[] = {
      LUMENHARBOUR_ON},
     {"service stop",
      "Stop the service; a director forgets its groups",
-     {},
+     {FORCE},
      set,
      CHANGES,
      GLB,
@@ -91,7 +92,7 @@ constexpr Command COMMAND_TABLE[] = {
     {"director", "Which switch is the director"},
     {"director address",
      "Set the director's address: the switch that has it becomes the director",
-     {{"ADDRESS", &Arguments::value, true, "IPv4 address, or none", "", Hint::words, NONE}},
+     {{"ADDRESS", &Arguments::value, true, "IPv4 address, or none", "", Hint::words, NONE}, FORCE},
      set,
      CHANGES,
      GLB,
@@ -99,7 +100,7 @@ constexpr Command COMMAND_TABLE[] = {
     {"director start", "Become the director", {}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DIRECTORSTATE, LUMENHARBOUR_ON},
     {"director stop",
      "Leave the director role; groups and clients are forgotten",
-     {},
+     {FORCE},
      set,
      CHANGES,
      GLB,
@@ -113,7 +114,7 @@ constexpr Command COMMAND_TABLE[] = {
      GLB,
      LUMENHARBOUR_GLB_DIRECTORIPTYPE},
 
-    {"debug", "Switch the daemon's messages on or off", {ON_OFF}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DEBUG},
+    {"debug", "Switch the daemon's messages on or off", {ON_OFF, FORCE}, set, CHANGES, GLB, LUMENHARBOUR_GLB_DEBUG},
     {"notify",
      "Say whether the DHCP client is told of failed attempts, in the client role",
      {ON_OFF},
@@ -265,7 +266,8 @@ constexpr Command COMMAND_TABLE[] = {
      "Make the daemon what a file says, changing only what differs",
      {{"FILE", &Arguments::file, true, "YAML or JSON, as 'export' writes it; - for standard input", "", Hint::file},
       {"--dry-run", &Arguments::dry_run, false, "print the changes without making them"},
-      {"--prune", &Arguments::prune, false, "delete groups and members that the file does not name"}},
+      {"--prune", &Arguments::prune, false, "delete groups and members that the file does not name"},
+      FORCE},
      apply},
     {"export", "Print the daemon's state as a file for 'apply'", {}, export_state},
     {"watch",
@@ -281,7 +283,7 @@ constexpr Command COMMAND_TABLE[] = {
      wait},
 
     {"get", "Print a global attribute, or all of them", {ATTR_OR_ALL}, get},
-    {"set", "Set a global attribute", {ATTR, VALUE}, set, CHANGES},
+    {"set", "Set a global attribute", {ATTR, VALUE, FORCE}, set, CHANGES},
     {"attributes", "List every attribute of every table", {}, list_attributes},
 
     {"completion", "What makes a shell complete this tool's command lines"},

@@ -4,6 +4,7 @@
 
 #include <algorithm>
 
+#include "guard.h"
 #include "lock.h"
 #include "role.h"
 #include "words.h"
@@ -198,6 +199,7 @@ void set(const Call& call) {
   // The daemon would take a director's value in the client role without keeping it, and flush nothing.
   const bool is_flush = attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.cmd == LUMENHARBOUR_GLB_DBFLUSH;
   if (attr.guard == LUMENHARBOUR_GUARD_DIRECTOR || is_flush) require_director(call, attempt);
+  guard_set(call, attr, value, attempt);
   if (attr.table == LUMENHARBOUR_TABLE_CUSTOMGRP && attr.cmd == LUMENHARBOUR_CUSTOMGRP_TYPE)
     refuse_members(call, std::get<GroupRow>(row), attempt);
   if (attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.cmd == LUMENHARBOUR_GLB_DIRECTORIP) {

@@ -34,7 +34,7 @@ constexpr Remedy REMEDIES[] = {
     {ERR_AUTOCFG_IMAGELIST, "see whether /tmp has room and the daemon may write there"},
     {ERR_AUTOCFG_NOTMACGRP, "groups of type mac have MAC addresses, of type pid product ids"},
     {ERR_AUTOCFG_NOTPIDGRP, "groups of type mac have MAC addresses, of type pid product ids"},
-    {ERR_BARE_NOMEM, "delete what is not needed, or start lumenharbourd with larger pools"},
+    {ERR_BARE_NOMEM, "delete what is not needed, or save the state and start lumenharbourd with larger pools"},
     {ERR_BARE_INVALID, "the types are unknown, stack, mac, connect and pid"},
 };
 
@@ -54,8 +54,10 @@ std::string unsupported_advice(const Call& call, const tLumenHarbourAttr* attr) 
     return "it can be set, not read";
   if (attr != nullptr && attr->guard == LUMENHARBOUR_GUARD_CLIENT)
     return std::string("it is set in the client role only") +
-           (is_director(call) ? "; leave the director role with 'lumenharbourctl director stop'"
-                              : ", and a switch that started with a saved configuration has none");
+           (is_director(call)
+                ? ", and this switch is the director; 'lumenharbourctl director stop' ends that, and loses "
+                  "its groups and clients"
+                : ", and a switch that started with a saved configuration has none");
   return "";
 }
 

@@ -41,6 +41,10 @@ bool is_close(std::string_view word, std::string_view candidate) {
   return distance(word, candidate) <= typos || (word.size() > 2 && candidate.find(word) != std::string_view::npos);
 }
 
+std::string plural(std::size_t count, const std::string& one, const std::string& many) {
+  return std::to_string(count) + ' ' + (count == 1 ? one : many);
+}
+
 double seconds_of(const std::string& text, const char* what) {
   double seconds = 0;
   const auto [end, error] = std::from_chars(text.data(), text.data() + text.size(), seconds);

@@ -19,6 +19,9 @@ std::string quote(std::string_view said);
 /// @return true when `candidate` may be what `word` was meant to say.
 bool is_close(std::string_view word, std::string_view candidate);
 
+/// @return a count with its word.
+std::string plural(std::size_t count, const std::string& one, const std::string& many);
+
 /// @return the seconds that `text` says, above 0. @throws Failure, which says that it is no `what`.
 double seconds_of(const std::string& text, const char* what);
 

@@ -146,6 +146,13 @@ class Request {
   /// The second half of `run`: waits for the reply.
   Result finish();
 
+  /// Between the two halves. @return the process id of whoever listens; 0 when it is not known
+  uint32 listener() const {
+    ucred peer{};
+    socklen_t len = sizeof peer;
+    return getsockopt(socket_.fd, SOL_SOCKET, SO_PEERCRED, &peer, &len) == 0 ? static_cast<uint32>(peer.pid) : 0;
+  }
+
   /// Takes the next value section of the reply. @return its data, or null when it has another type or length.
   const uint8* take(uint8 type, uint16 min_len, uint16 max_len, uint16* len);
 
@@ -484,6 +491,16 @@ Reply<FileNames> Daemon::announce(const tLumenHarbourClientInfo& client) const {
   return {
       {},
       {name_in(record.imagefile_name, record.imagefile_len), name_in(record.configfile_name, record.configfile_len)}};
+}
+
+Reply<uint32> Daemon::process() const {
+  Request request(functions_of(GlobalRow{}).get, LUMENHARBOUR_GLB_STATE);
+  request.index(GlobalRow{});
+  request.integer(0);
+  Reply<uint32> reply{request.begin(connection_), 0};
+  if (reply) reply.value = request.listener();
+  if (reply) static_cast<Result&>(reply) = request.finish();
+  return reply;
 }
 
 std::string Daemon::explain(const Result& result) const {

@@ -212,6 +212,11 @@ class Daemon {
   ///         is full, and after a deletion. `none` when the daemon is not the director (a deletion does not tell).
   Reply<FileNames> announce(const tLumenHarbourClientInfo& client) const;
 
+  /// Finds out which process the daemon is.
+  ///
+  /// @return its process id, as the kernel tells it of whoever listens; 0 where it is none of this process' namespace
+  Reply<uint32> process() const;
+
   /// @return a result in an operator's words, part of a sentence, for a message or a log.
   std::string explain(const Result& result) const;
 

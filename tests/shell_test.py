@@ -87,6 +87,11 @@ STEPS = [
     ("get nonsense\t" + INTERRUPT, r"\x07\^C\n", None),
     ("watch --interval 0.02\r", None, "watch --interval 0.02"),
     (INTERRUPT, r"\^C.*\n", None),
+    ("director stop\r", r"role and loses 1 group and the defaults\. Go on\? \[y/N\] ", "director stop"),
+    ("\r", r"\n[^\n]*: did not set director-state; nothing was changed\n", None),
+    ("service stop\r", r"role and loses 1 group and the defaults\. Go on\? \[y/N\] ", "service stop"),
+    ("y\r", r"y\n", None),
+    ("get state\r", r"\noff\n", "get state"),
 ]
 
 
@@ -95,12 +100,13 @@ def drive():
     ctl("-c", "service start", "-c", "director address 127.0.0.1", "-c", "group add 0 floor-2 --type mac")
     terminal = Terminal(HOME=".")
     for keys, expected, _ in STEPS:
-        terminal.type(keys, r"default-config changed: .*\n" if expected is None else expected + PROMPT)
+        expected = expected or r"default-config changed: .*\n"
+        terminal.type(keys, expected + ("" if expected.endswith("] ") or keys.startswith("watch") else PROMPT))
     terminal.end(END)
     found = history(".lumenharbourctl_history")
     assert found == [line for _, _, line in STEPS if line], f"the history is {found}"
     terminal = Terminal(HOME=".")
-    terminal.type(UP + INTERRUPT, r"watch --interval 0\.02\^C\n" + PROMPT)
+    terminal.type(UP + INTERRUPT, r"get state\^C\n" + PROMPT)
     terminal.end("exit\r")
     Terminal(HOME=".", XDG_STATE_HOME="folder").end("quit\r")
     assert history("folder/lumenharbourctl_history") == ["quit"]

@@ -320,7 +320,7 @@ the director's address 198.51.100.5 has come up: this switch is the director"
     fi
     change
     lumenharbourctl get default-image | grep -qx v1.bin || fail "$shell, $path" v1.bin "$(cat "$dir/start")"
-    lumenharbourctl director stop
+    lumenharbourctl director stop --force
     change add 198.51.100.2/32
     ends 143
     told "THIS DIRECTOR WAITS FOR ITS ADDRESS, WITHOUT $dir/director.yaml
