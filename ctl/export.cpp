@@ -4,6 +4,7 @@
 #include <cctype>
 #include <cstdio>
 #include <new>
+#include <utility>
 
 #include "commands.h"
 #include "document.h"
@@ -30,6 +31,23 @@ bool is_mistakable(std::string_view text) {
                       [](char a, char b) { return std::tolower(static_cast<unsigned char>(a)) == b; });
   };
   return std::any_of(std::begin(words), std::end(words), equals);
+}
+
+/// @return quoted texts in JSON or YAML, in which characters that YAML refuses or takes for ends of lines, and those
+/// that would show the rest in another order, are escaped.
+std::string escaped(std::string text) {
+  const auto escape = [&text](unsigned character) {
+    char escaped[7];
+    std::snprintf(escaped, sizeof escaped, "\\u%04x", character);
+    const std::string plain = Json::parse('"' + std::string(escaped) + '"').get<std::string>();
+    for (std::size_t at = text.find(plain); at != std::string::npos; at = text.find(plain, at))
+      text.replace(at, plain.size(), escaped);
+  };
+  constexpr std::pair<unsigned, unsigned> ranges[] = {{0x7f, 0x9f},     {0x61c, 0x61c},   {0x200e, 0x200f},
+                                                      {0x2028, 0x202e}, {0x2066, 0x2069}, {0xfffe, 0xffff}};
+  for (const auto& [first, last] : ranges)
+    for (unsigned character = first; character <= last; character++) escape(character);
+  return text;
 }
 
 /// Writes values as YAML.
@@ -63,7 +81,7 @@ class Emitter {
     end_mapping();
     emit(yaml_document_end_event_initialize(&event, 1), &event);
     emit(yaml_stream_end_event_initialize(&event), &event);
-    return text_;
+    return escaped(text_);
   }
 
  private:
@@ -104,40 +122,20 @@ class Emitter {
   /// @param[in] is_free  the text may be anything
   void put_scalar(const Json& value, bool is_free) {
     const std::string text = value.is_string() ? value.get<std::string>() : value.dump();
+    const bool is_odd = is_free && printable(text) != text;
     const bool quoted = is_free && is_mistakable(text);
     yaml_event_t event;
     emit(yaml_scalar_event_initialize(&event, nullptr, nullptr, reinterpret_cast<const yaml_char_t*>(text.data()),
                                       static_cast<int>(text.size()), 1, 1,
-                                      quoted ? YAML_SINGLE_QUOTED_SCALAR_STYLE : YAML_PLAIN_SCALAR_STYLE),
+                                      is_odd   ? YAML_DOUBLE_QUOTED_SCALAR_STYLE
+                                      : quoted ? YAML_SINGLE_QUOTED_SCALAR_STYLE
+                                               : YAML_PLAIN_SCALAR_STYLE),
          &event);
   }
 
   yaml_emitter_t emitter_;
   std::string text_;
 };
-
-/// @return JSON that is YAML too: characters that YAML refuses, or takes for ends of lines, are escaped.
-std::string json_text(const Json& value) {
-  std::string text = dump(value);
-  const auto escape = [&text](unsigned character) {
-    char escaped[7];
-    std::snprintf(escaped, sizeof escaped, "\\u%04x", character);
-    const std::string plain = Json::parse('"' + std::string(escaped) + '"').get<std::string>();
-    for (std::size_t at = text.find(plain); at != std::string::npos; at = text.find(plain, at))
-      text.replace(at, plain.size(), escaped);
-  };
-  for (unsigned control = 0x7f; control <= 0x9f; control++) escape(control);
-  for (const unsigned other : {0x2028U, 0x2029U, 0xfffeU, 0xffffU}) escape(other);
-  return text;
-}
-
-bool is_utf8(const std::string& text) {
-  try {
-    return !Json(text).dump().empty();
-  } catch (const Json::type_error&) {
-    return false;
-  }
-}
 
 /// Adds an attribute to `object` unless it is empty or 0.
 void put(Json* object, std::string_view key, const Record& record, uint32 cmd) {
@@ -202,7 +200,7 @@ void export_state(const Call& call) {
   const std::string vlans = format_vlans(octets_of(state.global, LUMENHARBOUR_GLB_MANAGEVLANADD));
   if (!vlans.empty()) tree["vlans"] = vlans;
   if (state.is_director()) put_tables(&tree, state);
-  if (call.args.is_json()) return print_line(json_text(tree));
+  if (call.args.is_json()) return print_line(escaped(dump(tree)));
   std::string yaml = Emitter().document(tree);
   yaml.pop_back();
   print_line(yaml);

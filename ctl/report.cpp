@@ -122,7 +122,7 @@ void print_table(const Arguments& args, const std::vector<std::string>& headings
 }
 
 void note(const std::string& sentence) {
-  const std::string line = wrapped("lumenharbourctl: " + sentence, terminal_width(STDERR_FILENO)) + '\n';
+  const std::string line = wrapped("lumenharbourctl: " + printable(sentence), terminal_width(STDERR_FILENO)) + '\n';
   std::fwrite(line.data(), 1, line.size(), stderr);
 }
 
@@ -130,7 +130,7 @@ void print_failure(const Arguments& args, const Failure& failure) {
   const Code* const code = find_code(failure.code);
   if ((failure.format.empty() ? args.format : failure.format) != FORMAT_JSON) {
     std::fflush(stdout);
-    return note(printable(failure.message) + (failure.advice.empty() ? "" : "; ") + printable(failure.advice));
+    return note(failure.message + (failure.advice.empty() ? "" : "; ") + failure.advice);
   }
   const Json name = code == nullptr ? Json() : Json(code->name);
   const Json number = failure.code == 0 ? Json() : Json(failure.code);
@@ -141,7 +141,7 @@ void print_failure(const Arguments& args, const Failure& failure) {
                      {"name", name},
                      {"message", failure.message},
                      {"advice", failure.advice}}}}));
-  if (std::fflush(stdout) != 0) note(printable(failure.message));
+  if (std::fflush(stdout) != 0) note(failure.message);
 }
 
 void flush_output() {

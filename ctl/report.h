@@ -39,7 +39,7 @@ void print_object(const Arguments& args, const Json& object);
 /// Columns on a terminal are cut to its width.
 void print_table(const Arguments& args, const std::vector<std::string>& headings, const Json& rows);
 
-/// Prints a sentence on standard error.
+/// Prints a sentence on standard error, `printable`.
 void note(const std::string& sentence);
 
 /// Prints why a command failed: a sentence on standard error, or a JSON object on standard output.

@@ -57,6 +57,8 @@ Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const s
   if (!value) throw Failure{EXIT_USAGE, said, "expected " + expected_value(attr)};
   // Every text that can be set is a name of a file or a group.
   const std::string fault = attr.value == LUMENHARBOUR_VALUE_TEXT ? fault_of_name(text) : "";
+  if (attr.value == LUMENHARBOUR_VALUE_TEXT && !is_utf8(text))
+    throw Failure{EXIT_USAGE, said + ": it is no UTF-8", "no file for 'apply' could hold such a name"};
   if (!fault.empty()) throw Failure{EXIT_USAGE, said + ": it " + fault, "a switch refuses such a name"};
   return *std::move(value);
 }
@@ -64,6 +66,9 @@ Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const s
 void check_group_name(std::string_view name) {
   const std::string quoted = quote(name) + " cannot be a group's name";
   if (name.empty()) throw Failure{EXIT_USAGE, quoted, "expected at least one byte"};
+  if (name == "." || name == ".." || name.find('/') != std::string_view::npos)
+    throw Failure{EXIT_USAGE, quoted,
+                  "its imagelist file is /tmp/NAME.txt: expected neither '/' nor '.' or '..' alone"};
   if (parse_number(name)) throw Failure{EXIT_USAGE, quoted, "a number is always taken for a group's id"};
 }
 

@@ -31,7 +31,7 @@ double seconds_of(const std::string& text, const char* what);
 /// @throws Failure when it says none, and for a name that every switch would refuse
 Value value_to_set(const tLumenHarbourAttr& attr, std::string_view text, const std::string& said);
 
-/// Fails for a group name that is empty, or could be taken for an id.
+/// Fails for a group name that is empty, could be taken for an id, or leads the imagelist file elsewhere.
 void check_group_name(std::string_view name);
 
 /// @return the number that `text` says. @throws Failure, which says that it is no `what`.

@@ -2,10 +2,12 @@
 
 #include <arpa/inet.h>
 
+#include <algorithm>
 #include <charconv>
 #include <cstdint>
 #include <cstdio>
 #include <span>
+#include <utility>
 
 namespace lumenharbour {
 namespace {
@@ -112,6 +114,39 @@ std::string_view take_field(std::string_view* rest, char separator) {
   const std::string_view field = rest->substr(0, end);
   rest->remove_prefix(std::min(end + 1, rest->size()));
   return field;
+}
+
+/// A character of a text, or a byte that is none.
+struct Character {
+  std::string_view bytes;
+  uint32 number;        ///< in Unicode, or the byte
+  bool is_bad = false;  ///< it is a byte that is no UTF-8
+};
+
+/// Takes the next character off a text that is not empty.
+Character take_character(std::string_view* text) {
+  const auto byte = [text](std::size_t i) -> uint32 { return i < text->size() ? static_cast<uint8>((*text)[i]) : 0; };
+  const uint32 first = byte(0);
+  const std::size_t len = first < 0x80 ? 1 : first >= 0xf0 ? 4 : first >= 0xe0 ? 3 : 2;
+  constexpr uint32 least[] = {0, 0, 0x80, 0x800, 0x10000};  // what takes fewer bytes is not written in more
+  uint32 number = len == 1 ? first : first & (0x7fU >> len);
+  bool is_bad = first > 0xf7 || (first & 0xc0U) == 0x80;
+  for (std::size_t i = 1; i < len; i++) {
+    is_bad = is_bad || (byte(i) & 0xc0U) != 0x80;
+    number = number << 6 | (byte(i) & 0x3fU);
+  }
+  is_bad = is_bad || number < least[len] || number > 0x10ffff || (number >= 0xd800 && number <= 0xdfff);
+  const Character character = {text->substr(0, is_bad ? 1 : len), is_bad ? first : number, is_bad};
+  text->remove_prefix(character.bytes.size());
+  return character;
+}
+
+/// @return true for a character of C1, and for one that has others written in another order or line.
+bool is_treacherous(uint32 character) {
+  constexpr std::pair<uint32, uint32> ranges[] = {
+      {0x80, 0x9f}, {0x61c, 0x61c}, {0x200e, 0x200f}, {0x2028, 0x202e}, {0x2066, 0x2069}};
+  return std::any_of(std::begin(ranges), std::end(ranges),
+                     [character](const auto& range) { return range.first <= character && character <= range.second; });
 }
 
 }  // namespace
@@ -223,17 +258,24 @@ std::string format_value(const tLumenHarbourAttr& attr, const Value& value) {
   return format_mac(mac);
 }
 
+bool is_utf8(std::string_view bytes) {
+  while (!bytes.empty())
+    if (take_character(&bytes).is_bad) return false;
+  return true;
+}
+
 std::string printable(std::string_view bytes) {
   std::string text;
-  for (const char c : bytes) {
-    const auto byte = static_cast<unsigned char>(c);
-    if (byte >= 0x20 && byte != 0x7f) {
-      text += c;
-      continue;
-    }
-    char escape[5];
-    std::snprintf(escape, sizeof escape, "\\x%02x", byte);
-    text += escape;
+  while (!bytes.empty()) {
+    const Character character = take_character(&bytes);
+    char escape[16];
+    if (character.is_bad || character.number < 0x20 || character.number == 0x7f)
+      std::snprintf(escape, sizeof escape, "\\x%02x", character.number);
+    else if (is_treacherous(character.number))
+      std::snprintf(escape, sizeof escape, "\\u{%x}", character.number);
+    else
+      escape[0] = '\0';
+    text += escape[0] == '\0' ? character.bytes : escape;
   }
   return text;
 }

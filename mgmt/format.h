@@ -43,7 +43,11 @@ std::optional<Value> parse_value(const tLumenHarbourAttr& attr, std::string_view
 ///         A name is `printable`.
 std::string format_value(const tLumenHarbourAttr& attr, const Value& value);
 
-/// @return the bytes for a terminal: control characters, which may come from the network, read as "\x1b".
+/// @return true for a text in UTF-8.
+bool is_utf8(std::string_view bytes);
+
+/// Makes a text fit for a terminal, whoever on the network may have written it. Control characters, and bytes that are
+/// no UTF-8, read as "\x1b", those of C1 and what turns the direction of writing as "\u{202e}".
 std::string printable(std::string_view bytes);
 
 /// Judges the name of a file or a group as every switch does, before one is plugged in. The daemon puts names into

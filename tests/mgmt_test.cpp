@@ -286,7 +286,7 @@ TEST(MgmtFormat, ValuesAreReadAsTheyAreWritten) {
       {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "deactivate", "inactive", {}},
       {group(LUMENHARBOUR_CUSTOMGRP_STATUS), "inactive", "inactive", {}},
       {group(LUMENHARBOUR_CUSTOMGRP_NAME), x60 + "\x1b[m", x60 + "\\x1b[m", {x60 + "1234"}},
-      {group(LUMENHARBOUR_CUSTOMGRP_NAME), "\x1f \x7e\x7f\x80", "\\x1f \x7e\\x7f\x80", {}},
+      {group(LUMENHARBOUR_CUSTOMGRP_NAME), "\x1f \x7e\x7f\x80", "\\x1f \x7e\\x7f\\x80", {}},
   };
   for (const auto& c : cases) {
     EXPECT_EQ(c.reads, format_value(*c.attr, parse_value(*c.attr, c.text).value()));
@@ -297,6 +297,29 @@ TEST(MgmtFormat, ValuesAreReadAsTheyAreWritten) {
   EXPECT_EQ("?", format_value(*mac, std::string("short")));
   EXPECT_EQ(std::string(4, '\0'), std::get<std::string>(*parse_value(*global(LUMENHARBOUR_GLB_DIRECTORIP), "none")));
   EXPECT_EQ("0", format_vlans(std::string_view("\x80\xff", 1)));
+}
+
+TEST(MgmtFormat, NothingReachesATerminalRaw) {
+  constexpr struct {
+    std::string_view text, reads;
+    bool is_utf8 = true;
+  } cases[] = {
+      {"\u0080\u009f\u00a0", "\\u{80}\\u{9f}\u00a0"},
+      {"\u061b\u061c\u061d\u200d\u200e\u200f\u2010", "\u061b\\u{61c}\u061d\u200d\\u{200e}\\u{200f}\u2010"},
+      {"\u2027\u2028\u202e\u202f", "\u2027\\u{2028}\\u{202e}\u202f"},
+      {"\u2065\u2066\u2069\u206a", "\u2065\\u{2066}\\u{2069}\u206a"},
+      {"\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff", "\u07ff\u0800\ud7ff\ue000\uffff\U00010000\U0010ffff"},
+      {"\xc1\xbf\xe0\x9f\xbf", "\\xc1\\xbf\\xe0\\x9f\\xbf", false},  // in more bytes than needed
+      {"\xf0\x8f\xbf\xbf\xed\xbf\xbf", "\\xf0\\x8f\\xbf\\xbf\\xed\\xbf\\xbf", false},
+      {"\xf4\x90\x80\x80", "\\xf4\\x90\\x80\\x80", false},
+      {"\xf8\x88\x80\x80", "\\xf8\\x88\\x80\\x80", false},
+      {"\xe2\x82x\x80", "\\xe2\\x82x\\x80", false},
+      {"x\xe2\x82", "x\\xe2\\x82", false},
+  };
+  for (const auto& [text, reads, is_good] : cases) {
+    EXPECT_EQ(reads, printable(text));
+    EXPECT_EQ(is_good, is_utf8(text)) << reads;
+  }
 }
 
 TEST(MgmtFormat, EachAttributeTellsWhatItTakes) {
