@@ -1,8 +1,13 @@
+#include "apply.h"
+
 #include <algorithm>
+#include <chrono>
 #include <set>
+#include <thread>
 
 #include "commands.h"
-#include "document.h"
+#include "confirm.h"
+#include "export.h"
 #include "guard.h"
 #include "lock.h"
 #include "role.h"
@@ -70,7 +75,11 @@ uint32 id_of(const Record& group) {
 /// Makes changes, or with `--dry-run` only tells them.
 class Maker {
  public:
-  explicit Maker(const Call& call) : call_(call) {}
+  /// @param[in] is_quiet  nothing is printed
+  explicit Maker(const Call& call, bool is_quiet = false) : call_(call), is_quiet_(is_quiet) {}
+
+  /// @return how many changes there were.
+  std::size_t count() const { return told_.size(); }
 
   void make(const std::vector<Change>& changes) {
     for (const Change& change : changes) {
@@ -88,7 +97,8 @@ class Maker {
   /// Tells what is lost with the director role.
   void lose(const Loss& loss) {
     lost_ = loss.json();
-    if (!call_.args.is_json()) print_line(std::string(DELETE.sign) + "the director role, and with it " + loss.text());
+    if (!call_.args.is_json() && !is_quiet_)
+      print_line(std::string(DELETE.sign) + "the director role, and with it " + loss.text());
   }
 
   /// Tells how many changes there were, or all of them in JSON.
@@ -154,7 +164,7 @@ class Maker {
 
   void tell(const Change& change) {
     told_.push_back(entry_of(change));
-    if (call_.args.is_json()) return;
+    if (call_.args.is_json() || is_quiet_) return;
     std::string line = change.op.sign + change.what;
     if (!change.attribute.empty())
       line += (change.what.empty() ? "" : ": ") + change.attribute + (change.what.empty() ? ": " : " ") +
@@ -164,6 +174,7 @@ class Maker {
   }
 
   const Call& call_;
+  const bool is_quiet_;
   Json told_ = Json::array();
   std::map<uint32, std::string> names_;  // of the groups, by id
   Json lost_;
@@ -552,8 +563,10 @@ void guard_role(const Call& call, const Document& wanted, const std::vector<Chan
 }
 
 /// Makes all changes that `wanted` asks for.
-void apply_document(const Call& call, const Document& wanted, Maker* maker) {
+void make_document(const Call& call, const Document& wanted, Maker* maker) {
   const std::string attempt = "apply " + wanted.file;
+  std::optional<Lock> lock;  // another run would add a member a second time
+  if (!call.args.dry_run) lock.emplace(call, attempt);
   State now = read_state(call);
   Planner first(call, wanted, now, false);
   first.plan_role();
@@ -585,23 +598,74 @@ void apply_document(const Call& call, const Document& wanted, Maker* maker) {
   rest.note_unlisted();
 }
 
+/// Puts back what was there before, as soon as the daemon has time for it. @return how many changes that took
+std::size_t put_back(const Call& call, const Document& former) {
+  Call quiet = call;
+  quiet.args.prune = quiet.args.force = true;
+  for (int tries = 60;; tries--) {
+    try {
+      Maker maker(quiet, true);
+      make_document(quiet, former, &maker);
+      return maker.count();
+    } catch (Failure& failure) {
+      const bool is_away = failure.exit == EXIT_TIMED_OUT || failure.exit == EXIT_UNREACHABLE;
+      failure.message.insert(0, "THE FORMER STATE IS NOT BACK: ");
+      if (!is_away || tries == 0) throw;
+    }
+    std::this_thread::sleep_for(std::chrono::seconds(1));
+  }
+}
+
+/// Applies a document, and puts the former state back unless somebody confirms it.
+void apply_on_trial(const Call& call, const Document& wanted) {
+  const double seconds = seconds_of(call.args.confirm, "time to confirm in");
+  Document former = parse_document(state_text(call), "the former state");
+  former.make_whole();
+  Confirmation confirmation(call.args.socket);
+  std::size_t changes = 0;
+  try {
+    changes = apply_document(call, wanted);
+    flush_output();
+  } catch (Failure& failure) {
+    if (put_back(call, former) > 0) failure.message += "; the former state is back";
+    throw;
+  }
+  if (changes == 0) return;
+  note("the former state comes back in " + call.args.confirm + " s, unless 'lumenharbourctl confirm' is run before");
+  const Confirmation::End end = confirmation.wait(seconds);
+  if (end == Confirmation::End::confirmed) return call.args.is_json() ? print_done(call.args) : print_line("confirmed");
+  put_back(call, former);
+  if (end == Confirmation::End::interrupted)
+    throw Failure{EXIT_REFUSED, "interrupted before it was confirmed: the former state is back", ""};
+  throw Failure{EXIT_TIMED_OUT, "not confirmed within " + call.args.confirm + " s: the former state is back", ""};
+}
+
 }  // namespace
 
-void apply(const Call& call) {
+void refuse_read_only(const Call& call, const std::string& file) {
   if (call.args.read_only && !call.args.dry_run)
-    throw Failure{EXIT_REFUSED, "cannot apply " + call.args.file + ": --read-only refuses changes",
-                  "--dry-run prints them"};
-  const Document wanted = read_document(call.args.file);
-  std::optional<Lock> lock;  // another run would add a member a second time
-  if (!call.args.dry_run) lock.emplace(call, "apply " + wanted.file);
+    throw Failure{EXIT_REFUSED, "cannot apply " + file + ": --read-only refuses changes", "--dry-run prints them"};
+}
+
+std::size_t apply_document(const Call& call, const Document& wanted) {
   Maker maker(call);
   try {
-    apply_document(call, wanted, &maker);
+    make_document(call, wanted, &maker);
   } catch (const Failure&) {
     maker.break_off();
     throw;
   }
   maker.finish();
+  return maker.count();
+}
+
+void apply(const Call& call) {
+  refuse_read_only(call, call.args.file);
+  const Document wanted = read_document(call.args.file);
+  if (call.args.confirm.empty() || call.args.dry_run)
+    apply_document(call, wanted);
+  else
+    apply_on_trial(call, wanted);
 }
 
 }  // namespace lumenharbour::ctl

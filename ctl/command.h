@@ -66,6 +66,9 @@ struct Arguments {
   bool prune = false;                  ///< apply: delete what the file does not name
   std::string fields;                  ///< show: what of each row
   bool wide = false;                   ///< show: all of each row, and nothing cut
+  std::string confirm;                 ///< apply: seconds to wait for a confirmation
+  std::string generations;             ///< save: how many older files to keep
+  bool stopped = false;                ///< export, save: also when the service is stopped
   bool force = false;                  ///< do it whatever is lost
   std::vector<std::string> words;      ///< words of another command
   std::string limit;                   ///< watch: changes to print

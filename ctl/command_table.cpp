@@ -42,6 +42,10 @@ constexpr Argument FIELDS = {"--fields", &Arguments::fields, false, "what to sho
 constexpr Argument WIDE = {"--wide", &Arguments::wide, false, "show every field of each row, and cut nothing"};
 constexpr Argument FORCE = {"--force", &Arguments::force, false, "do it without asking, whatever is lost by it"};
 
+constexpr Argument DRY_RUN = {"--dry-run", &Arguments::dry_run, false, "print the changes without making them"};
+constexpr Argument STOPPED = {"--stopped", &Arguments::stopped, false,
+                              "also when the service is stopped, and there are no groups"};
+
 constexpr tLumenHarbourTable GLB = LUMENHARBOUR_TABLE_GLOBAL;
 constexpr tLumenHarbourTable GRP = LUMENHARBOUR_TABLE_CUSTOMGRP;
 constexpr tLumenHarbourTable BLT = LUMENHARBOUR_TABLE_BUILTINGRP;
@@ -265,11 +269,28 @@ constexpr Command COMMAND_TABLE[] = {
     {"apply",
      "Make the daemon what a file says, changing only what differs",
      {{"FILE", &Arguments::file, true, "YAML or JSON, as 'export' writes it; - for standard input", "", Hint::file},
-      {"--dry-run", &Arguments::dry_run, false, "print the changes without making them"},
+      DRY_RUN,
       {"--prune", &Arguments::prune, false, "delete groups and members that the file does not name"},
+      {"--confirm", &Arguments::confirm, false,
+       "put the former state back unless 'confirm' is run within so many seconds; a signal, also that of a lost "
+       "terminal, puts it back at once",
+       "SECONDS"},
       FORCE},
      apply},
-    {"export", "Print the daemon's state as a file for 'apply'", {}, export_state},
+    {"confirm", "Let the changes of an 'apply --confirm' that waits stay", {}, confirm, CHANGES},
+    {"export", "Print the daemon's state as a file for 'apply'", {STOPPED}, export_state},
+    {"save",
+     "Write what 'export' prints to a file, and keep those of before as FILE.1, FILE.2 and so on",
+     {{"FILE", &Arguments::file, true, "the file; nothing is done when it says the same already", "", Hint::file},
+      {"--generations", &Arguments::generations, false, "how many of before to keep; 5 if left out", "N"},
+      STOPPED},
+     save},
+    {"rollback",
+     "Make the daemon what FILE.1 says, groups that it does not name deleted, and have FILE and FILE.1 change places",
+     {{"FILE", &Arguments::file, true, "a file of 'save'; a second rollback undoes the first", "", Hint::file},
+      DRY_RUN,
+      FORCE},
+     rollback},
     {"watch",
      "Print what changes, one line each, until interrupted",
      {{"SHOW", &Arguments::words, false, "what to watch: a 'show' command; left out: all", "", Hint::words, SHOW},

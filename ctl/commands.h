@@ -24,6 +24,9 @@ void show_vlans(const Call& call);     ///< prints the management VLANs and the 
 
 void apply(const Call& call);         ///< makes the daemon what a file says
 void export_state(const Call& call);  ///< prints the daemon's state as a file for `apply`
+void save(const Call& call);          ///< writes that file, and keeps those of before
+void rollback(const Call& call);      ///< makes the daemon what the file of before says
+void confirm(const Call& call);       ///< lets the changes of an `apply --confirm` stay
 void watch(const Call& call);         ///< prints what changes
 void wait(const Call& call);          ///< returns when conditions hold
 

@@ -303,10 +303,37 @@ Failure Document::failure(std::size_t line, const std::string& message, const st
   return {EXIT_USAGE, file + ':' + std::to_string(line) + ": " + message, advice};
 }
 
+void Document::make_whole() {
+  const auto none = [](const tLumenHarbourAttr& attr) {
+    if (attr.value == LUMENHARBOUR_VALUE_IPV4) return Value(std::string(LUMENHARBOUR_IPV4_SIZE, '\0'));
+    if (attr.value == LUMENHARBOUR_VALUE_VLANS) return Value(std::string(LUMENHARBOUR_VLANLIST_SIZE, '\0'));
+    return lumenharbour_value_is_integer(attr.value) ? Value(uint32{0}) : Value(std::string());
+  };
+  const auto fill = [&none](std::map<uint32, Value>* values, tLumenHarbourTable table, std::span<const Field> fields) {
+    for (const Field& field : fields) values->emplace(field.cmd, none(attr_of(table, field.cmd)));
+  };
+  const auto state = globals.find(LUMENHARBOUR_GLB_STATE);
+  // A service that stops takes the address with it, and a stopped one none.
+  if (state == globals.end() || state->second == Value(uint32{LUMENHARBOUR_ON}))
+    fill(&globals, LUMENHARBOUR_TABLE_GLOBAL, DIRECTOR_FIELDS);
+  constexpr Field vlans[] = {{"vlans", LUMENHARBOUR_GLB_MANAGEVLANADD}};
+  fill(&globals, LUMENHARBOUR_TABLE_GLOBAL, vlans);
+  if (!needs_director()) return;
+  fill(&globals, LUMENHARBOUR_TABLE_GLOBAL, DEFAULT_FIELDS);
+  if (!groups) groups.emplace();
+  if (!builtins) builtins.emplace();
+  for (Entry& group : *groups)
+    fill(&group.values, LUMENHARBOUR_TABLE_CUSTOMGRP, std::span(GROUP_FIELDS).subspan(1));  // a type is always given
+  for (Entry& builtin : *builtins) fill(&builtin.values, LUMENHARBOUR_TABLE_BUILTINGRP, BUILTIN_FIELDS);
+}
+
 Document read_document(const std::string& path) {
-  const std::string bytes = read_input(path);
+  return parse_document(read_input(path), path == "-" ? "standard input" : path);
+}
+
+Document parse_document(const std::string& bytes, const std::string& name) {
   Document document;
-  document.file = path == "-" ? "standard input" : path;
+  document.file = name;
   if (const std::optional<InputFault> fault = fault_of_yaml(bytes))
     throw document.failure(fault->line, fault->message, fault->advice);
   yaml_parser_t parser;

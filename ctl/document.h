@@ -66,6 +66,9 @@ struct Document {
   /// @return true when it says something that only a director has.
   bool needs_director() const;
 
+  /// Says of what it leaves out that there is none, as what `export` leaves out is meant.
+  void make_whole();
+
   /// @return a failure with `EXIT_USAGE` whose message begins with the file and the line.
   Failure failure(std::size_t line, const std::string& message, const std::string& advice) const;
 };
@@ -76,6 +79,9 @@ struct Document {
 /// @return what it says; every value is one that the daemon keeps whole
 /// @throws Failure with `EXIT_NOT_FOUND` when there is no such file, else with `EXIT_USAGE`
 Document read_document(const std::string& path);
+
+/// Reads likewise what a file holds. @param[in] name  what messages call it
+Document parse_document(const std::string& bytes, const std::string& name);
 
 /// Fails unless all members of `entry` are what a group of type `type` holds. @throws Failure with `EXIT_USAGE`
 void check_members(const Document& document, const Entry& entry, uint32 type);

@@ -1,3 +1,5 @@
+#include "export.h"
+
 #include <yaml.h>
 
 #include <algorithm>
@@ -7,7 +9,6 @@
 #include <utility>
 
 #include "commands.h"
-#include "document.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -188,10 +189,8 @@ void put_tables(Json* tree, const State& state) {
   }
 }
 
-}  // namespace
-
-void export_state(const Call& call) {
-  const State state = read_state(call);
+/// @return the daemon's state as a file's text without its end.
+std::string text_of(const Call& call, const State& state) {
   const bool is_on = integer_of(state.global, LUMENHARBOUR_GLB_STATE) == LUMENHARBOUR_ON;
   Json tree = {{"service", is_on ? "on" : "off"}};
   Json director = Json::object();
@@ -200,10 +199,29 @@ void export_state(const Call& call) {
   const std::string vlans = format_vlans(octets_of(state.global, LUMENHARBOUR_GLB_MANAGEVLANADD));
   if (!vlans.empty()) tree["vlans"] = vlans;
   if (state.is_director()) put_tables(&tree, state);
-  if (call.args.is_json()) return print_line(escaped(dump(tree)));
-  std::string yaml = Emitter().document(tree);
-  yaml.pop_back();
-  print_line(yaml);
+  if (call.args.is_json()) return escaped(dump(tree)) + '\n';
+  return Emitter().document(tree);
+}
+
+}  // namespace
+
+std::string state_text(const Call& call) {
+  return text_of(call, read_state(call));
+}
+
+std::string export_text(const Call& call) {
+  const State state = read_state(call);
+  if (integer_of(state.global, LUMENHARBOUR_GLB_STATE) != LUMENHARBOUR_ON && !call.args.stopped)
+    throw Failure{EXIT_REFUSED,
+                  "cannot " + std::string(call.command.path) + ": the service is stopped, so there are no groups",
+                  "start it, or say --stopped"};
+  return text_of(call, state);
+}
+
+void export_state(const Call& call) {
+  std::string text = export_text(call);
+  text.pop_back();
+  print_line(text);
 }
 
 }  // namespace lumenharbour::ctl
