@@ -33,6 +33,7 @@ struct Failure {
   std::string advice;       ///< what to do about it; may be empty
   int code = 0;             ///< the daemon's code, 0 where it gave none
   std::string format = {};  ///< that the line asked for which failed; empty before any was
+  bool is_told = false;     ///< what was printed says it all
 };
 
 inline constexpr char FORMAT_JSON[] = "json";

@@ -127,6 +127,7 @@ void note(const std::string& sentence) {
 }
 
 void print_failure(const Arguments& args, const Failure& failure) {
+  if (failure.is_told) return;
   const Code* const code = find_code(failure.code);
   if ((failure.format.empty() ? args.format : failure.format) != FORMAT_JSON) {
     std::fflush(stdout);

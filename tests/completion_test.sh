@@ -17,7 +17,7 @@ offers() { # offers EXPECTED WORD...
 
 offers 'group' gr
 offers 'add activate' gr a
-offers 'group builtin client vlan' sh ''
+offers 'group builtin client imagelist vlan' sh ''
 offers 'start stop' director -s /nowhere s
 offers 'name' group set floor-2 na
 offers 'mac pid stack connect unknown' group set floor-2 type ''

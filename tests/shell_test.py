@@ -71,7 +71,7 @@ def history(path):
 STEPS = [
     ("get state\r", r"\non\n", "get state"),
     ("gr\ta\t" + INTERRUPT, r"\n  add\n  activate\n.*group a\^C\n", None),
-    ("ex\t" + INTERRUPT, r"\n  exit\n  export\n.*", None),
+    ("ex\t" + INTERRUPT, r"\n  exit\n  explain\n  export\n.*", None),
     ("sh gr fl\t\r", r"\nname: floor-2\n.*", "sh gr floor-2 "),
     ("apply --dr\t\tit\t\r", r"\n  folder/\n  it's # 3\n.*\nnothing to change\n", r"apply --dry-run it\'s\ #\ 3 "),
     ("--socket=/tmp/lum\tget state\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
