@@ -10,6 +10,7 @@
 #include "export.h"
 #include "guard.h"
 #include "lock.h"
+#include "order.h"
 #include "role.h"
 #include "words.h"
 
@@ -182,6 +183,13 @@ class Maker {
 
 // ---- Planning them ----
 
+/// @return whether a group is to be active in the end. Left out it stays; one that was never active nor made inactive
+/// is
+///         as new, as a run leaves it that broke off. @param[in] before  its status, 0 for one that is to be added
+bool is_to_be_active(const Entry& entry, uint32 before) {
+  return entry.active.value_or(before != LUMENHARBOUR_ROW_INACTIVE);
+}
+
 /// Finds out what differs between what a file says and what the daemon has.
 class Planner {
  public:
@@ -199,7 +207,7 @@ class Planner {
   /// Fails when a pool is too small for what is planned.
   void check_pools() const;
 
-  /// Tells on standard error what stays only because nobody asked to delete it.
+  /// Tells on standard error what stays only because nobody asked to delete it, or because it is not known.
   void note_unlisted() const;
 
   /// @return the changes in the order in which they can be made. Deletions come first: they give back what the rest
@@ -225,6 +233,8 @@ class Planner {
   void change_group(const Record& group, const Entry& entry);
   void add_group(uint32 id, const Entry& entry);
   void change_members(uint32 id, const std::string& what, const Entry& entry, const std::vector<std::string>& now);
+  Place place_of(const Record* group, const Entry& entry) const;
+  void move_group(const Entry& entry, const Place& place, const Move& move);
   const std::vector<std::string>& members_of(uint32 id) const;
 
   const Call& call_;
@@ -237,6 +247,7 @@ class Planner {
   std::map<std::string, const Record*> by_name_;
   std::map<uint32, const Record*> by_id_;
   std::map<uint32, std::size_t> listed_;  // lines of the groups that are there, by id
+  std::vector<std::string> doubts_;       // about the order of groups
 };
 
 bool Planner::change(const Row& row, const std::string& what, uint32 cmd, const Value& before, const Value& after) {
@@ -325,8 +336,7 @@ bool Planner::change_files(const Record& record, const std::string& what, const 
 void Planner::change_status(const Record& record, const std::string& what, const Entry& entry, bool is_stale) {
   const uint32 before = integer_of(record, STATUS);
   const bool is_active = before == LUMENHARBOUR_ROW_ACTIVE;
-  // Left out it stays; one that was never active nor made inactive is as new, as a run leaves it that broke off.
-  const bool is_wanted = entry.active.value_or(before != LUMENHARBOUR_ROW_INACTIVE);
+  const bool is_wanted = is_to_be_active(entry, before);
   const uint32 status = is_wanted ? LUMENHARBOUR_ROW_ACTIVE : LUMENHARBOUR_ROW_INACTIVE;
   if (is_active != is_wanted) change(record.row, what, STATUS, value_of(record, STATUS), status);
   // The imagelist file is written by an activation alone.
@@ -345,7 +355,7 @@ void Planner::add_row(const Row& row, const std::string& what, const Entry& entr
     const Value none = lumenharbour_value_is_integer(attr->value) ? Value(uint32{0}) : Value(std::string());
     added.sets.push_back({row, attr->cmd, given == entry.values.end() ? none : given->second});
   }
-  if (entry.active.value_or(true)) added.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_ACTIVE}});
+  if (is_to_be_active(entry, 0)) added.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_ACTIVE}});
   changes_.push_back(std::move(added));
   rows_[row.index()]++;
 }
@@ -434,6 +444,44 @@ void Planner::add_group(uint32 id, const Entry& entry) {
   change_members(id, what, entry, {});
 }
 
+Place Planner::place_of(const Record* group, const Entry& entry) const {
+  Place place = {group, name_of(GroupRow{entry.key.value_or(0)}, entry.name), is_to_be_active(entry, 0), {}};
+  const auto type = entry.values.find(LUMENHARBOUR_CUSTOMGRP_TYPE);
+  if (group != nullptr) {
+    place.title = name_of(group->row, octets_of(*group, LUMENHARBOUR_CUSTOMGRP_NAME));
+    const uint32 status = integer_of(*group, STATUS);
+    place.is_woken = is_to_be_active(entry, status) && status != LUMENHARBOUR_ROW_ACTIVE;
+    const bool is_kept = type == entry.values.end() || type->second == value_of(*group, LUMENHARBOUR_CUSTOMGRP_TYPE);
+    if (is_kept && (!entry.members || !call_.args.prune)) place.members = members_of(id_of(*group));
+  }
+  const std::set<std::string> kept(place.members.begin(), place.members.end());
+  if (entry.members)
+    for (const Member& member : *entry.members)
+      if (!kept.contains(member.text)) place.members.push_back(member.text);
+  return place;
+}
+
+/// Makes a group anew as it is to be, under the id that it has, right behind its other changes.
+void Planner::move_group(const Entry& entry, const Place& place, const Move& move) {
+  const Row& row = place.group->row;
+  const std::string& name = octets_of(*place.group, LUMENHARBOUR_CUSTOMGRP_NAME);
+  Change moved = {CHANGE, place.title, "order", move.before, move.after, {}};
+  moved.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_DESTROY}});
+  moved.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_CREATE}});
+  if (!name.empty()) moved.sets.push_back({row, LUMENHARBOUR_CUSTOMGRP_NAME, name});
+  for (const Field& field : GROUP_FIELDS) {
+    const auto given = entry.values.find(field.cmd);
+    moved.sets.push_back(
+        {row, field.cmd, given == entry.values.end() ? value_of(*place.group, field.cmd) : given->second});
+  }
+  if (is_to_be_active(entry, integer_of(*place.group, STATUS)))
+    moved.sets.push_back({row, STATUS, uint32{LUMENHARBOUR_ROW_ACTIVE}});
+  // Behind the activation: whom it serves is told of its imagelist at once.
+  for (const std::string& member : place.members)
+    moved.sets.push_back({member_of(id_of(*place.group), member), STATUS, uint32{LUMENHARBOUR_ROW_CREATE}});
+  changes_.push_back(std::move(moved));
+}
+
 void Planner::plan_groups() {
   rows_[LUMENHARBOUR_TABLE_CUSTOMGRP] = now_.groups.size();
   for (const auto& [id, members] : now_.members)
@@ -457,11 +505,17 @@ void Planner::plan_groups() {
     if (!call_.args.prune) continue;
     for (const std::string& member : members_of(id_of(group))) rows_[member_of(id_of(group), member).index()]--;
   }
+  std::vector<Place> places;
+  for (const Entry& entry : *wanted_.groups) places.push_back(place_of(found[places.size()], entry));
+  Rule rule(call_, now_);
+  const std::vector<std::optional<Move>> moves = moves_of(&rule, places, &doubts_);
   uint32 free_id = 0;
-  auto group = found.begin();
+  std::size_t at = 0;
   for (const Entry& entry : *wanted_.groups) {
-    if (const Record* const existing = *group++; existing != nullptr) {
-      change_group(*existing, entry);
+    const std::size_t i = at++;
+    if (found[i] != nullptr) {
+      change_group(*found[i], entry);
+      if (moves[i]) move_group(entry, places[i], *moves[i]);
       continue;
     }
     while (!entry.key && taken.contains(free_id)) free_id++;
@@ -511,6 +565,7 @@ void Planner::check_pools() const {
 }
 
 void Planner::note_unlisted() const {
+  for (const std::string& doubt : doubts_) note(doubt);
   const std::size_t groups = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRP];
   const std::size_t members = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPMAC] + unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPPID];
   const std::size_t builtins = unlisted_[LUMENHARBOUR_TABLE_BUILTINGRP];

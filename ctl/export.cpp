@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "commands.h"
+#include "rule.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -174,12 +175,15 @@ Json group_of(const State& state, const Record& group) {
   return object;
 }
 
-void put_tables(Json* tree, const State& state) {
+void put_tables(const Call& call, Json* tree, const State& state) {
   Json defaults = Json::object();
   put(&defaults, DEFAULT_FIELDS, state.global);
   if (!defaults.empty()) (*tree)["defaults"] = defaults;
   (*tree)["groups"] = Json::array();
-  for (const Record& group : state.groups) (*tree)["groups"].push_back(group_of(state, group));
+  Rule rule(call, state);
+  for (const Record* const group : rule.by_age()) (*tree)["groups"].push_back(group_of(state, *group));
+  for (const Overlap& overlap : rule.overlaps())
+    if (rule.is_doubtful(overlap)) note(rule.describe(overlap) + "; the file may order them otherwise");
   (*tree)["builtins"] = Json::array();
   for (const Record& builtin : state.builtins) {
     Json object = {{"pid", std::get<BuiltinRow>(builtin.row).pid}};
@@ -198,7 +202,7 @@ std::string text_of(const Call& call, const State& state) {
   if (!director.empty()) tree["director"] = director;
   const std::string vlans = format_vlans(octets_of(state.global, LUMENHARBOUR_GLB_MANAGEVLANADD));
   if (!vlans.empty()) tree["vlans"] = vlans;
-  if (state.is_director()) put_tables(&tree, state);
+  if (state.is_director()) put_tables(call, &tree, state);
   if (call.args.is_json()) return escaped(dump(tree)) + '\n';
   return Emitter().document(tree);
 }

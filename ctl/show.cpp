@@ -1,9 +1,11 @@
 #include <algorithm>
 #include <cstdio>
+#include <utility>
 
 #include "commands.h"
 #include "groups.h"
 #include "role.h"
+#include "rule.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -114,6 +116,21 @@ void show_rows(const Call& call, const std::vector<std::string>& all, const std:
   print_rows(call, fields, rows);
 }
 
+/// Tells which members of the groups that are shown other groups list as well, and who serves them.
+///
+/// @param[in] members  each as often as groups list it
+void note_overlaps(const Call& call, std::vector<std::string> members) {
+  std::sort(members.begin(), members.end());
+  if (std::adjacent_find(members.begin(), members.end()) == members.end()) return;
+  const State state = read_state(call);
+  Rule rule(call, state);
+  const std::optional<Row> shown = call.args.row.empty() ? std::nullopt : std::optional<Row>(row_of(call));
+  for (const Overlap& overlap : rule.overlaps())
+    if (!shown || std::any_of(overlap.groups.begin(), overlap.groups.end(),
+                              [&](const Record* group) { return group->row == *shown; }))
+      note(rule.describe(overlap));
+}
+
 }  // namespace
 
 void show(const Call& call) {
@@ -143,17 +160,26 @@ void show_groups(const Call& call) {
   const std::vector<std::string> fields = fields_of(
       call, all,
       is_one ? all : std::vector<std::string>{"id", "name", "type", "status", MEMBERS_FIELD, "image", "config"});
+  std::vector<std::string> members;
   if (is_one) {
     const Row group = row_of(call);
+    const std::vector<MacMemberRow> macs = walk<MacMemberRow>(call);
+    const std::vector<PidMemberRow> pids = walk<PidMemberRow>(call);
     Json row = json_of(read_record(call, group));
-    row[MEMBERS_FIELD] = members_of(std::get<GroupRow>(group).id, walk<MacMemberRow>(call), walk<PidMemberRow>(call));
-    return print_object(call.args, pick(row, fields));
+    row[MEMBERS_FIELD] = members_of(std::get<GroupRow>(group).id, macs, pids);
+    print_object(call.args, pick(row, fields));
+    for (const MacMemberRow& mac : macs) members.push_back(format_mac(mac.mac));
+    for (const PidMemberRow& pid : pids) members.push_back(std::to_string(pid.pid));
+    return note_overlaps(call, std::move(members));
   }
   Json rows = read_groups(call, fields);
-  if (!call.args.is_json())
-    for (Json& row : rows)
-      if (row.contains(MEMBERS_FIELD)) row[MEMBERS_FIELD] = row[MEMBERS_FIELD].size();
+  for (Json& row : rows) {
+    if (!row.contains(MEMBERS_FIELD)) break;
+    for (const Json& member : row[MEMBERS_FIELD]) members.push_back(member.dump());
+    if (!call.args.is_json()) row[MEMBERS_FIELD] = row[MEMBERS_FIELD].size();
+  }
   print_rows(call, fields, rows);
+  note_overlaps(call, std::move(members));
 }
 
 void show_builtins(const Call& call) {
