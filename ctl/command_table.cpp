@@ -318,7 +318,8 @@ constexpr Command COMMAND_TABLE[] = {
      watch},
     {"wait",
      "Wait until conditions hold; --timeout says for how long, without it for ever",
-     {{"--for", &Arguments::condition, true, "such as role=director or client-count>=10; all of several", "CONDITION"},
+     {{"--for", &Arguments::condition, true,
+       "such as role=director, client-count>=10, client=MAC or client-group=GROUP; all of several", "CONDITION"},
       {"--interval", &Arguments::interval, false, "seconds between two looks; 0.2 if left out", "SECONDS"}},
      wait},
 

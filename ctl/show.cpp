@@ -106,13 +106,15 @@ std::vector<std::string> all_fields(const Call& call, const char* key) {
 ///
 /// @param[in] all    every field, the first being the key
 /// @param[in] usual  columns of the table
-template <typename R>
-void show_rows(const Call& call, const std::vector<std::string>& all, const std::vector<std::string>& usual) {
+/// @param[in] make   makes all fields of a row out of its record
+template <typename R, typename Make>
+void show_rows(const Call& call, const std::vector<std::string>& all, const std::vector<std::string>& usual,
+               const Make& make) {
   const bool is_one = !call.args.row.empty();
   const std::vector<std::string> fields = fields_of(call, all, is_one ? all : usual);
-  if (is_one) return print_object(call.args, pick(json_of(read_record(call, row_of(call))), fields));
+  if (is_one) return print_object(call.args, pick(make(read_record(call, row_of(call))), fields));
   Json rows = Json::array();
-  for (const Record& record : read_table<R>(call)) rows.push_back(pick(json_of(record), fields));
+  for (const Record& record : read_table<R>(call)) rows.push_back(pick(make(record), fields));
   print_rows(call, fields, rows);
 }
 
@@ -183,11 +185,21 @@ void show_groups(const Call& call) {
 }
 
 void show_builtins(const Call& call) {
-  show_rows<BuiltinRow>(call, all_fields(call, "pid"), {"pid", "status", "image", "config"});
+  show_rows<BuiltinRow>(call, all_fields(call, "pid"), {"pid", "status", "image", "config"},
+                        [](const Record& record) { return json_of(record); });
 }
 
 void show_clients(const Call& call) {
-  show_rows<ClientRow>(call, {"index", "ip", "mac", "pid"}, {"index", "mac", "ip", "pid"});
+  const State state = read_state(call);
+  Rule rule(call, state);
+  const std::vector<std::string> all = {"index", "ip", "mac", "pid", "group", "kind"};
+  show_rows<ClientRow>(call, all, {"index", "mac", "ip", "pid", "group"}, [&rule](const Record& record) {
+    Json row = json_of(record);
+    const Choice choice = rule.choose(record);
+    row["group"] = server_of(choice);
+    row["kind"] = kind_of(choice);
+    return row;
+  });
 }
 
 void show_vlans(const Call& call) {

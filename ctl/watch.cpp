@@ -2,12 +2,14 @@
 #include <chrono>
 #include <ctime>
 #include <map>
+#include <set>
 #include <thread>
 #include <tuple>
 
 #include "command_line.h"
 #include "commands.h"
 #include "role.h"
+#include "rule.h"
 #include "words.h"
 
 namespace lumenharbour::ctl {
@@ -264,6 +266,51 @@ const tLumenHarbourAttr* attribute_named(const std::string& name) {
   return nullptr;
 }
 
+// What is about a client that the director has seen.
+constexpr char CLIENT[] = "client";
+constexpr char CLIENT_GROUP[] = "client-group";
+
+/// @return the value of a condition about clients as it is compared; nothing for one that cannot be.
+std::optional<std::string> client_value(const Condition& condition) {
+  const std::optional<Mac> mac = parse_mac(condition.wanted);
+  const bool is_comparable = condition.relation == "=" || condition.relation == "!=";
+  if (!is_comparable || condition.wanted.empty() || (condition.name == CLIENT && !mac)) return std::nullopt;
+  return condition.name == CLIENT ? format_mac(*mac) : condition.wanted;
+}
+
+Condition client_condition(Condition condition) {
+  const std::optional<std::string> value = client_value(condition);
+  if (!value)
+    throw Failure{EXIT_USAGE, "bad value '" + condition.wanted + "' in condition '" + condition.text + '\'',
+                  "expected = or !=, then " + std::string(condition.name == CLIENT ? "a MAC address" : "a group")};
+  condition.wanted = *value;
+  return condition;
+}
+
+/// @param[in] all  another of them may say which client it is about
+/// @return what is wanted where a client has it, else what the clients have.
+std::string found_by_client(const Call& call, const Condition& condition, const std::vector<Condition>& all) {
+  const tLumenHarbourAttr& attr = *lumenharbour_attr_find(LUMENHARBOUR_TABLE_CLIENT, LUMENHARBOUR_CLIENT_MAC);
+  const bool is_group = condition.name == CLIENT_GROUP;
+  std::set<std::string> found;
+  const State state = is_group ? read_state(call) : State{};
+  Rule rule(call, state);
+  for (const Record& client : read_table<ClientRow>(call)) {
+    const std::string mac = format_value(attr, value_of(client, attr.cmd));
+    const bool is_meant = std::all_of(all.begin(), all.end(), [&mac](const Condition& other) {
+      return other.name != CLIENT || other.relation != "=" || other.wanted == mac;
+    });
+    if (!is_group) found.insert(mac);
+    if (!is_group || !is_meant) continue;
+    const Choice choice = rule.choose(client);
+    const bool is_by_id = choice.winner != nullptr && choice.winner != choice.builtin &&
+                          std::get<GroupRow>(choice.winner->row).id == parse_number(condition.wanted);
+    found.insert(is_by_id ? condition.wanted : server_of(choice));
+  }
+  if (found.contains(condition.wanted)) return condition.wanted;
+  return found.empty() || !is_group ? "not there" : listed({found.begin(), found.end()});
+}
+
 Condition condition_of(const Arguments& args, const std::string& text) {
   const std::size_t at = text.find_first_of("<>=!");
   Condition condition{text, text.substr(0, at), "", ""};
@@ -271,13 +318,14 @@ Condition condition_of(const Arguments& args, const std::string& text) {
   for (const std::string_view relation : RELATIONS)
     if (condition.relation.empty() && rest.starts_with(relation)) condition.relation = relation;
   condition.wanted = rest.substr(condition.relation.size());
+  if (condition.name == CLIENT || condition.name == CLIENT_GROUP) return client_condition(std::move(condition));
   const bool is_order = condition.relation.find_first_of("<>") != std::string_view::npos;
   const tLumenHarbourAttr* const attr = attribute_named(condition.name);
   const bool is_known = attr != nullptr || figure_named(condition.name) != nullptr;
   if (condition.relation.empty() || !is_known)
     throw Failure{EXIT_USAGE, quote(text) + " is no condition",
-                  "expected role, client-count, group-count, builtin-count, member-count or a global attribute, then "
-                  "one of = != < <= > >=, then a value"};
+                  "expected role, client-count, group-count, builtin-count, member-count, client, client-group "
+                  "or a global attribute, then one of = != < <= > >=, then a value"};
   const bool is_count = condition.name.ends_with("-count");
   const bool is_role = condition.wanted == "director" || condition.wanted == "client" || condition.wanted == "none";
   const bool is_good = attr != nullptr ? parse_value(*attr, condition.wanted).has_value()
@@ -306,8 +354,10 @@ bool holds(const Condition& condition, const std::string& found) {
   return condition.relation == ">=" ? *number >= wanted : *number <= wanted;
 }
 
+/// @param[in] all  the conditions of the command
 /// @return what the condition finds at present, in words.
-std::string found_by(const Call& call, const Condition& condition) {
+std::string found_by(const Call& call, const Condition& condition, const std::vector<Condition>& all) {
+  if (condition.name == CLIENT || condition.name == CLIENT_GROUP) return found_by_client(call, condition, all);
   if (const Figure* const figure = figure_named(condition.name)) return text_of(figure->now(call));
   const tLumenHarbourAttr& attr = *attribute_named(condition.name);
   Query query{GlobalRow{}, attr.cmd, attr.value < LUMENHARBOUR_VALUE_TEXT};
@@ -320,7 +370,7 @@ std::string found_by(const Call& call, const Condition& condition) {
 std::string missing(const Call& call, const std::vector<Condition>& conditions) {
   try {
     for (const Condition& condition : conditions)
-      if (const std::string found = found_by(call, condition); !holds(condition, found))
+      if (const std::string found = found_by(call, condition, conditions); !holds(condition, found))
         return condition.name + " is " + found + ", expected " + condition.text;
     return "";
   } catch (const Failure& failure) {
