@@ -77,7 +77,8 @@ void tell_status(const Record& group, bool is_custom, Outcome* outcome) {
   } else {
     if (outcome->list.path.empty()) outcome->imagelist = std::nullopt;
     outcome->notes.push_back(
-        "it is inactive, and serves all the same: the director names the imagelist that it had, which is gone");
+        "it is inactive, and serves all the same: the director names the imagelist of its last activation, which is "
+        "gone, or none if it had none");
   }
 }
 
@@ -145,7 +146,8 @@ std::string step(const std::vector<const Record*>& groups, const std::string& su
   if (!is_reached) return text + ", but a MAC group comes first";
   if (groups.size() == 1) return text + ", and serves it";
   if (choice.winner != nullptr) return text + "; " + label_of(*choice.winner) + " was created last and serves it";
-  return text + "; the one that was created last serves it, which is not known, because " + choice.overlap->why;
+  return text + "; which of " + listed(labels_of(choice.overlap->maybe)) +
+         " was created last and serves it is not known, because " + choice.overlap->why;
 }
 
 std::vector<std::string> steps_of(const Subject& subject, const Choice& choice) {

@@ -75,7 +75,7 @@ std::string listed(const std::vector<std::string>& words, const char* last) {
 
 std::vector<const Record*> Choice::candidates() const {
   if (winner != nullptr) return {winner};
-  return overlap == nullptr ? std::vector<const Record*>() : overlap->groups;
+  return overlap == nullptr ? std::vector<const Record*>() : overlap->maybe;
 }
 
 std::string server_of(const Choice& choice) {
@@ -101,7 +101,7 @@ Rule::Rule(const Call& call, const State& state) : call_(call), state_(state) {
   for (const auto& [member, groups] : listing_) {
     if (groups.size() < 2) continue;
     by_member_[member] = overlaps_.size();
-    overlaps_.push_back({member, groups, nullptr, "", false});
+    overlaps_.push_back({member, groups, nullptr, groups, "", false});
   }
 }
 
@@ -156,7 +156,10 @@ void Rule::ask(Overlap* overlap) {
   for (const Record* const group : overlap->groups)
     if (answers(group, names.value)) fitting.push_back(group);
   if (fitting.empty()) return give_up("the director names the file that a group had under another name");
-  if (fitting.size() > 1) return give_up("they answer alike");
+  if (fitting.size() > 1) {
+    overlap->maybe = fitting;
+    return give_up("they answer alike");
+  }
   overlap->winner = fitting[0];
   for (const Record* const group : overlap->groups)
     if (group != overlap->winner) younger_[group].insert(overlap->winner);
@@ -260,7 +263,8 @@ bool Rule::is_doubtful(const Overlap& overlap) {
 std::string Rule::describe(const Overlap& overlap) {
   const std::string kind = parse_mac(overlap.member) ? "" : "product id ";
   const std::string text = kind + overlap.member + " is in the groups " + listed(labels_of(overlap.groups)) + ": ";
-  if (overlap.winner == nullptr) return text + "which of them serves it is not known, because " + overlap.why;
+  if (overlap.winner == nullptr)
+    return text + "which of " + listed(labels_of(overlap.maybe)) + " serves it is not known, because " + overlap.why;
   const std::vector<const Record*> doubt = losers_in_doubt(overlap);
   return text + label_of(*overlap.winner) + " serves it" +
          (doubt.empty() ? "" : ", and which of " + listed(labels_of(doubt)) + " comes next is not known");

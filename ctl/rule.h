@@ -22,6 +22,7 @@ struct Overlap {
   std::string member;                 ///< as `State::members` has it
   std::vector<const Record*> groups;  ///< by id
   const Record* winner = nullptr;     ///< the one that serves it; null when that is not known
+  std::vector<const Record*> maybe;   ///< where it is not known: those that may serve it, by id
   std::string why;                    ///< why that is not known
   bool is_asked = false;              ///< the director was asked
 };
