@@ -32,6 +32,9 @@ class Generations {
     std::error_code none;
     const std::filesystem::path target = std::filesystem::canonical(path, none);
     path_ = none ? path : target.string();
+    is_there_ = stat(path_.c_str(), &before_) == 0;
+    if (is_there_ && !S_ISREG(before_.st_mode))
+      throw Failure{EXIT_USAGE, path + " is no file", "'lumenharbourctl export' prints the state"};
     const std::size_t slash = path_.rfind('/');
     const std::string directory = slash == std::string::npos ? "." : path_.substr(0, slash + 1);
     directory_.reset(open(directory.c_str(), O_RDONLY | O_DIRECTORY | O_CLOEXEC));
@@ -72,20 +75,18 @@ class Generations {
   }
 
   std::string path_;
+  bool is_there_ = false;
+  struct stat before_ {};  ///< the file, if it is there
   tZorFd directory_;
 };
 
 std::string Generations::write(const std::string& text) const {
-  struct stat before {};
-  const bool is_there = stat(path_.c_str(), &before) == 0;
-  if (is_there && !S_ISREG(before.st_mode))
-    throw Failure{EXIT_USAGE, "cannot save " + path_ + ": it is no file", "'lumenharbourctl export' prints the state"};
   std::string made = path_ + ".XXXXXX";
   const tZorFd file(mkostemp(made.data(), O_CLOEXEC));
   if (file.fd < 0) fail(path_);
-  if (is_there) {
-    std::ignore = fchown(file.fd, before.st_uid, before.st_gid);  // where this user may
-    std::ignore = fchmod(file.fd, before.st_mode & 0777);
+  if (is_there_) {
+    std::ignore = fchown(file.fd, before_.st_uid, before_.st_gid);  // where this user may
+    std::ignore = fchmod(file.fd, before_.st_mode & 0777);
   }
   std::size_t done = 0;
   while (done < text.size()) {
