@@ -134,8 +134,8 @@ uint32 generations_of(const Arguments& args) {
 
 void save(const Call& call) {
   const uint32 generations = generations_of(call.args);
+  const Generations files(call.args.file);  // first: of two runs the later one has the later state
   const std::string text = export_text(call);
-  const Generations files(call.args.file);
   if (!files.says(text)) files.push(files.write(text), generations);
   print_done(call.args);
 }
