@@ -32,7 +32,7 @@ offers '--timeout' show --t
 offers 'json' --format = j
 offers 'plain json' -f ''
 offers 'add activate' -fjson gr a
-offers '--delete' announce --mac 02 : 00 : 00 : 00 : 00 : 01 --de
+offers '--delete' announce --mac 02 : 00 : 00 : 00 : 00 : 01 --del
 offers 'show' watch ''
 offers 'group' watch show g
 offers '' watch vlan ''
