@@ -6,6 +6,7 @@
 #include <cstdio>
 
 #include "layout.h"
+#include "pager.h"
 #include "report.h"
 #include "tool.h"
 #include "words.h"
@@ -355,7 +356,7 @@ CommandLine parse(Commands commands, const std::vector<std::string>& words, cons
 
 void run(const CommandLine& line) {
   if (!line.help.empty()) {
-    std::fputs(wrapped(line.help, terminal_width(STDOUT_FILENO)).c_str(), stdout);
+    print_text(wrapped(line.help, terminal_width(STDOUT_FILENO)));
     return flush_output();
   }
   try {

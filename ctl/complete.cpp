@@ -277,6 +277,29 @@ std::vector<std::string> candidates(Commands commands, const Words& words, const
   }
 }
 
+std::vector<Offer> explained(Commands commands, const Words& words, const Arguments& defaults) {
+  std::vector<Offer> offers;
+  const auto add = [&](const Argument& argument, const std::string& type) {
+    offers.push_back({std::string(argument.name) + (type.empty() ? "" : ' ' + type), argument.help});
+  };
+  try {
+    const Line line = inner_line(line_of(commands, words, defaults));
+    if (line.pending != nullptr) return {{line.pending->type, line.pending->help}};
+    const bool is_option = is_option_begun(line);
+    if (line.operands.empty() && !is_option)
+      for (const Command* const child : children_of(commands, line.path))
+        if (word_of(*child).starts_with(line.last)) offers.push_back({std::string(word_of(*child)), child->help});
+    if (const Argument* const due = due_of(line); due != nullptr && !is_option) add(*due, "");
+    if (line.command == nullptr || line.command->run == nullptr) return offers;
+    for (const Argument& argument : line.command->arguments)
+      if (ctl::is_option(argument) && std::string_view(argument.name).starts_with(line.last))
+        add(argument, argument.type);
+  } catch (const Failure& failure) {
+    return {{"", failure.message}};
+  }
+  return offers;
+}
+
 void print_candidates(const Call& call) {
   bool is_file = false;
   for (const std::string& word : candidates(call.commands, call.args.words, call.args, &is_file)) print_line(word);

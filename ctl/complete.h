@@ -18,6 +18,15 @@ namespace lumenharbour::ctl {
 std::vector<std::string> candidates(Commands commands, const std::vector<std::string>& words, const Arguments& defaults,
                                     bool* is_file);
 
+/// What may stand next, and what it is for.
+struct Offer {
+  std::string word;  ///< a word, or the name of an argument
+  std::string help;
+};
+
+/// @return what may stand in place of the last word of a line, as for `candidates`; options last.
+std::vector<Offer> explained(Commands commands, const std::vector<std::string>& words, const Arguments& defaults);
+
 /// Prints the candidates for `Arguments::words`, one a line; a line of "/" for files. For completion scripts.
 void print_candidates(const Call& call);
 

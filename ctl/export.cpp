@@ -9,6 +9,7 @@
 #include <utility>
 
 #include "commands.h"
+#include "pager.h"
 #include "rule.h"
 
 namespace lumenharbour::ctl {
@@ -223,9 +224,7 @@ std::string export_text(const Call& call) {
 }
 
 void export_state(const Call& call) {
-  std::string text = export_text(call);
-  text.pop_back();
-  print_line(text);
+  print_text(export_text(call));
 }
 
 }  // namespace lumenharbour::ctl

@@ -221,7 +221,9 @@ Blanks part words, quotes and backslashes keep them together, and
 in front of a word begins a comment.
 Options on a line hold for that line.
 .B help
-prints the help, the Tab key completes, the arrow keys recall earlier lines, and
+prints the help,
+.B ?
+says what may follow, the Tab key completes, the arrow keys recall earlier lines, and
 Ctrl\-R finds them.
 Ctrl\-C gives up a line, and ends a running command without ending the tool.
 A failed command is told, and the exit status is 0.
@@ -268,6 +270,10 @@ constexpr char ENVIRONMENT_TEXT[] = R"(.SH ENVIRONMENT
 .TP
 \fBHOME\fR, \fBXDG_STATE_HOME\fR
 where the prompt keeps its history.
+.TP
+\fBPAGER\fR
+shows what does not fit the terminal, in place of
+.BR less .
 .TP
 \fBTERM\fR
 the terminal that the prompt edits lines on.

@@ -8,6 +8,7 @@
 #include <cstring>
 
 #include "layout.h"
+#include "pager.h"
 
 namespace lumenharbour::ctl {
 namespace {
@@ -49,15 +50,16 @@ void print_columns(const std::vector<Line>& lines, bool is_cut) {
       columns[i].is_whole = columns[i].is_whole || parse_mac(line[i]);
     }
   if (const std::size_t terminal = terminal_width(STDOUT_FILENO); terminal > 0 && is_cut) fit(&columns, terminal);
+  std::string text;
   for (const Line& line : lines) {
-    std::string text;
     for (std::size_t i = 0; i < line.size(); i++) {
       const std::string cell = cut(line[i], columns[i].width);
       text += cell;
       if (i + 1 < line.size()) text.append(columns[i].width + 2 - width_of(cell), ' ');
     }
-    print_line(text);
+    text += '\n';
   }
+  print_text(text);
 }
 
 std::string element_text(const Json& value) {

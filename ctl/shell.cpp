@@ -5,6 +5,7 @@
 #include <unistd.h>
 
 #include <algorithm>
+#include <climits>
 #include <clocale>
 #include <csignal>
 #include <cstdio>
@@ -16,7 +17,9 @@
 
 #include "command_line.h"
 #include "complete.h"
+#include "layout.h"
 #include "report.h"
+#include "role.h"
 #include "tool.h"
 
 namespace lumenharbour::ctl {
@@ -217,6 +220,19 @@ void list(const Words& words) {
   std::fflush(stdout);
 }
 
+/// Prints what may follow below the line that is being edited, with a line of help each.
+void list(const std::vector<Offer>& offers) {
+  std::size_t width = 0;
+  for (const Offer& offer : offers) width = std::max(width, width_of(offer.word));
+  std::string text = "\n";
+  for (const Offer& offer : offers) {
+    const std::string gap(width + 2 - width_of(offer.word), ' ');
+    text += wrapped("  " + offer.word + gap + printable(offer.help), terminal_width(STDOUT_FILENO)) + '\n';
+  }
+  std::fputs(text.c_str(), stdout);
+  std::fflush(stdout);
+}
+
 /// Puts a word in place of what the line ends in. @param[in] begin  where that begins, in bytes
 unsigned char replace(EditLine* edit, const std::string& before, std::size_t begin, const std::string& word) {
   const std::string old = before.substr(begin);
@@ -247,6 +263,26 @@ unsigned char complete(EditLine* edit, int) {
   return replace(edit, before, begin, escaped(common) + (is_whole ? " " : ""));
 }
 
+/// Says what may follow. In quotes and behind a backslash the key is a character like any other.
+unsigned char explain(EditLine* edit, int) {
+  void* data = nullptr;
+  el_get(edit, EL_CLIENTDATA, &data);
+  const Session& session = *static_cast<const Session*>(data);
+  const LineInfo* const line = el_line(edit);
+  const std::string before(line->buffer, line->cursor);
+  Parts parts = take_apart(before);
+  if (parts.is_comment || parts.quote != '\0' || before.ends_with('\\')) {
+    el_insertstr(edit, "?");
+    return CC_REFRESH;
+  }
+  if (!parts.is_word) parts.words.emplace_back();
+  if (parts.words.size() > 1 && parts.words[0] == "help") parts.words.erase(parts.words.begin());
+  const std::vector<Offer> offers = explained(session.commands, parts.words, session.defaults);
+  if (offers.empty()) return CC_REFRESH_BEEP;
+  list(offers);
+  return CC_REDISPLAY;
+}
+
 // ---- At a terminal ----
 
 unsigned char give_up_line(EditLine* edit, int) {
@@ -264,9 +300,29 @@ unsigned char suspend(EditLine*, int) {
   return CC_REDISPLAY;
 }
 
+std::string prompt_text;
+
 char* prompt(EditLine*) {
-  static char text[] = "lumenharbour> ";
-  return text;
+  return prompt_text.data();
+}
+
+/// @return what the prompt says of where lines run: the role as far as it can be told without setting anything, the
+/// host,
+///         and that nothing may be changed.
+std::string prompt_of(const Session& session) {
+  constexpr int patience_ms = 300;
+  char host[HOST_NAME_MAX + 1] = "";
+  gethostname(host, sizeof host - 1);
+  Arguments args = session.defaults;
+  args.read_only = true;
+  std::string role;
+  try {
+    role = role_of({Daemon({args.socket, patience_ms, {}}), args, session.commands.front(), session.commands});
+    if (const std::size_t either = role.find(" or "); either != std::string::npos) role.replace(either, 4, "/");
+  } catch (const Failure& failure) {
+    role = failure.exit == EXIT_UNREACHABLE ? "no daemon" : "no answer";
+  }
+  return "lumenharbour " + role + '@' + printable(host) + (session.defaults.read_only ? " (read-only)> " : "> ");
 }
 
 /// @return the history's file; empty for none.
@@ -281,7 +337,10 @@ std::string history_path() {
 class Terminal {
  public:
   explicit Terminal(const Session* session)
-      : edit_(el_init(TOOL, stdin, stdout, stderr)), history_(history_init()), path_(history_path()) {
+      : session_(session),
+        edit_(el_init(TOOL, stdin, stdout, stderr)),
+        history_(history_init()),
+        path_(history_path()) {
     if (edit_ == nullptr || history_ == nullptr) throw Failure{EXIT_REFUSED, "cannot edit lines on this terminal", ""};
     ::history(history_.get(), &event_, H_SETSIZE, HISTORY_LINES);
     ::history(history_.get(), &event_, H_SETUNIQUE, 1);
@@ -295,6 +354,8 @@ class Terminal {
     el_set(edit, EL_ADDFN, "lumenharbour-complete", "Complete a word", complete);
     el_set(edit, EL_ADDFN, "lumenharbour-give-up", "Give up the line", give_up_line);
     el_set(edit, EL_ADDFN, "lumenharbour-suspend", "Stop the tool until it is continued", suspend);
+    el_set(edit, EL_ADDFN, "lumenharbour-explain", "Say what may follow", explain);
+    el_set(edit, EL_BIND, "?", "lumenharbour-explain", nullptr);
     el_set(edit, EL_BIND, "^I", "lumenharbour-complete", nullptr);
     el_set(edit, EL_BIND, "^R", "em-inc-search-prev", nullptr);
     // While a line is edited, the keys that send signals are keys like any other.
@@ -306,6 +367,7 @@ class Terminal {
 
   /// Reads a line. @return false at the end of input.
   bool read(std::string* line) {
+    prompt_text = prompt_of(*session_);
     int length = 0;
     const char* const text = el_gets(edit_.get(), &length);
     if (text == nullptr || length <= 0) return false;
@@ -325,6 +387,7 @@ class Terminal {
     void operator()(History* history) const { history_end(history); }
   };
 
+  const Session* session_;
   std::unique_ptr<EditLine, End> edit_;
   std::unique_ptr<History, End> history_;
   std::string path_;

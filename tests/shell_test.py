@@ -17,7 +17,7 @@ import tempfile
 import termios
 
 DAEMON, CTL = sys.argv[1:]
-PROMPT = "lumenharbour> "
+PROMPT = r"lumenharbour director@\S+> "
 UP, SEARCH, INTERRUPT, END = "\x1b[A", "\x12", "\x03", "\x04"
 opened = []
 changes = itertools.count()
@@ -75,8 +75,11 @@ STEPS = [
     ("sh gr fl\t\r", r"\nname: floor-2\n.*", "sh gr floor-2 "),
     ("apply --dr\t\tit\t\r", r"\n  folder/\n  it's # 3\n.*\nnothing to change\n", r"apply --dry-run it\'s\ #\ 3 "),
     ("--socket=/tmp/lum\tget state\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
-    ("? dir\tst\ta\t\r", r"\n  start\n  stop\n.*\nBecome the director.*", "? director start "),
-    (UP + UP + "\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
+    ("dir st?" + INTERRUPT, r"\n  start  Become the director\n  stop   Leave [^\n]*\n.*dir st\^C\n", None),
+    ("group add 3 a ?" + INTERRUPT, r"\n  --type TYPE    what [^\n]*\n.*\n  --activate     [^\n]*\n.*\^C\n", None),
+    ("get 'a?'\r", r"\n[^\n]*: there is no global attribute 'a\?'; .*\n", "get 'a?'"),
+    ("help dir\tst\ta\t\r", r"\n  start\n  stop\n.*\nBecome the director.*", "help director start "),
+    (UP + UP + UP + "\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
     (SEARCH + "floor\r", r"\nname: floor-2\n.*", "sh gr floor-2"),
     ("nonsense\r", r"\n[^\n]*: there is no command 'nonsense'; .*\n", "nonsense"),
     ("-f json get stat\r", r'\n{"error":{"status":"usage",.*}}\n', "-f json get stat"),
