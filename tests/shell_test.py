@@ -17,7 +17,7 @@ import tempfile
 import termios
 
 DAEMON, CTL = sys.argv[1:]
-PROMPT = r"lumenharbour director@\S+> "
+PROMPT = r"lumenharbour (?:director|none)@\S+> "
 UP, SEARCH, INTERRUPT, END = "\x1b[A", "\x12", "\x03", "\x04"
 opened = []
 changes = itertools.count()
