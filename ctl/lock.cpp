@@ -25,12 +25,17 @@ bool is_ours(const struct stat& file, const struct stat& socket) {
   return S_ISREG(file.st_mode) && file.st_nlink == 1 && is_closed && (is_owners || is_groups);
 }
 
-/// Makes the file for all who may use the socket. @return its descriptor, or -1
+/// Gives the file to all who may use the socket, and to nobody else.
+void hand_over(int fd, const struct stat& socket) {
+  // The mode goes last, so that no group but the socket's ever has it.
+  if (fchmod(fd, S_IRUSR | S_IWUSR) != 0 || (socket.st_mode & S_IWGRP) == 0) return;
+  if (fchown(fd, static_cast<uid_t>(-1), socket.st_gid) == 0) (void)!fchmod(fd, S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP);
+}
+
+/// Makes the file. @return its descriptor, or -1
 int make(const char* path, const struct stat& socket) {
   const int fd = open(path, O_RDWR | O_CREAT | O_EXCL | O_NOFOLLOW | O_CLOEXEC, S_IRUSR | S_IWUSR);
-  // The mode goes last, so that no group but the socket's ever has it.
-  if (fd >= 0 && (socket.st_mode & S_IWGRP) != 0 && fchown(fd, static_cast<uid_t>(-1), socket.st_gid) == 0)
-    (void)!fchmod(fd, S_IRUSR | S_IWUSR | S_IRGRP | S_IWGRP);
+  if (fd >= 0) hand_over(fd, socket);
   return fd;
 }
 
@@ -45,7 +50,13 @@ int open_file(const std::string& socket_path) {
   if (fd < 0 && errno == EEXIST) fd = open(path.c_str(), flags);
   if (fd < 0 && (errno == EROFS || errno == ENOENT)) return -1;
   struct stat file {};
-  if (fd >= 0 && fstat(fd, &file) == 0 && is_ours(file, socket)) return fd;
+  const auto is_good = [&] { return fd >= 0 && fstat(fd, &file) == 0 && is_ours(file, socket); };
+  if (is_good()) return fd;
+  // One of ours may be from a time when another group could use the socket.
+  if (S_ISREG(file.st_mode) && file.st_nlink == 1 && file.st_uid == geteuid() && (file.st_mode & S_IRWXO) == 0) {
+    hand_over(fd, socket);
+    if (is_good()) return fd;
+  }
   note(path + " is no lock file that can be used: commands that run at one time may get into each other's way");
   if (fd >= 0) close(fd);
   return -1;
