@@ -18,7 +18,8 @@ std::string_view base_of(std::string_view path) {
   return path.substr(path.rfind('/') + 1);
 }
 
-/// @return true when the director may have answered so because of this group.
+/// @return true when the director may have answered so because of this group. One that was renamed is taken for the one
+///         that has its former name, if any: both tell one file.
 bool answers(const Record* group, const FileNames& names) {
   if (octets_of(*group, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME) != names.config) return false;
   const uint32 status = integer_of(*group, LUMENHARBOUR_CUSTOMGRP_STATUS);
@@ -88,6 +89,30 @@ std::string server_of(const Choice& choice) {
 const char* kind_of(const Choice& choice) {
   if (choice.candidates().empty()) return "defaults";
   return choice.winner != nullptr && choice.winner == choice.builtin ? "builtin" : "custom";
+}
+
+State state_around(const Call& call, const std::vector<Record>& clients) {
+  State state{read_record(call, GlobalRow{}), {}, {}, {}};
+  if (!state.is_director()) return state;
+  std::set<std::string> wanted;
+  std::set<uint32> pids;
+  for (const Record& client : clients) {
+    pids.insert(integer_of(client, LUMENHARBOUR_CLIENT_PID));
+    wanted.insert(std::to_string(integer_of(client, LUMENHARBOUR_CLIENT_PID)));
+    wanted.insert(format_mac(mac_of(client)));
+  }
+  const auto add = [&](uint32 group_id, const std::string& member) {
+    if (wanted.contains(member)) state.members[group_id].push_back(member);
+  };
+  for (const MacMemberRow& row : walk<MacMemberRow>(call)) add(row.group_id, format_mac(row.mac));
+  for (const PidMemberRow& row : walk<PidMemberRow>(call)) add(row.group_id, std::to_string(row.pid));
+  std::vector<Row> groups, builtins;
+  for (const auto& [id, members] : state.members) groups.push_back(GroupRow{id});
+  for (const BuiltinRow& row : walk<BuiltinRow>(call))
+    if (pids.contains(row.pid)) builtins.push_back(row);
+  state.groups = read_records(call, groups);
+  state.builtins = read_records(call, builtins);
+  return state;
 }
 
 Rule::Rule(const Call& call, const State& state) : call_(call), state_(state) {

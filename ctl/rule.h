@@ -83,6 +83,11 @@ class Rule {
   std::optional<std::vector<Record>> clients_;
 };
 
+/// @return the tables as far as they say who serves these clients: of the groups those alone that may. A director may
+/// have
+///         many groups and few clients.
+State state_around(const Call& call, const std::vector<Record>& clients);
+
 /// @return a custom group's name, or its id where it has none, as a command takes it.
 std::string label_of(const Record& group);
 

@@ -102,19 +102,27 @@ std::vector<std::string> all_fields(const Call& call, const char* key) {
   return fields;
 }
 
+/// @return the rows of the command's table, or the one that it names.
+template <typename R>
+std::vector<Record> shown(const Call& call) {
+  if (call.args.row.empty()) return read_table<R>(call);
+  return {read_record(call, row_of(call))};
+}
+
 /// Prints the rows of the command's table, or the one that it names.
 ///
-/// @param[in] all    every field, the first being the key
-/// @param[in] usual  columns of the table
-/// @param[in] make   makes all fields of a row out of its record
-template <typename R, typename Make>
+/// @param[in] all      every field, the first being the key
+/// @param[in] usual    columns of the table
+/// @param[in] records  what `shown` returned
+/// @param[in] make     makes all fields of a row out of its record
+template <typename Make>
 void show_rows(const Call& call, const std::vector<std::string>& all, const std::vector<std::string>& usual,
-               const Make& make) {
+               const std::vector<Record>& records, const Make& make) {
   const bool is_one = !call.args.row.empty();
   const std::vector<std::string> fields = fields_of(call, all, is_one ? all : usual);
-  if (is_one) return print_object(call.args, pick(make(read_record(call, row_of(call))), fields));
+  if (is_one) return print_object(call.args, pick(make(records.front()), fields));
   Json rows = Json::array();
-  for (const Record& record : read_table<R>(call)) rows.push_back(pick(make(record), fields));
+  for (const Record& record : records) rows.push_back(pick(make(record), fields));
   print_rows(call, fields, rows);
 }
 
@@ -185,15 +193,16 @@ void show_groups(const Call& call) {
 }
 
 void show_builtins(const Call& call) {
-  show_rows<BuiltinRow>(call, all_fields(call, "pid"), {"pid", "status", "image", "config"},
-                        [](const Record& record) { return json_of(record); });
+  show_rows(call, all_fields(call, "pid"), {"pid", "status", "image", "config"}, shown<BuiltinRow>(call),
+            [](const Record& record) { return json_of(record); });
 }
 
 void show_clients(const Call& call) {
-  const State state = read_state(call);
+  const std::vector<Record> clients = shown<ClientRow>(call);
+  const State state = state_around(call, clients);
   Rule rule(call, state);
   const std::vector<std::string> all = {"index", "ip", "mac", "pid", "group", "kind"};
-  show_rows<ClientRow>(call, all, {"index", "mac", "ip", "pid", "group"}, [&rule](const Record& record) {
+  show_rows(call, all, {"index", "mac", "ip", "pid", "group"}, clients, [&rule](const Record& record) {
     Json row = json_of(record);
     const Choice choice = rule.choose(record);
     row["group"] = server_of(choice);

@@ -293,9 +293,10 @@ std::string found_by_client(const Call& call, const Condition& condition, const 
   const tLumenHarbourAttr& attr = *lumenharbour_attr_find(LUMENHARBOUR_TABLE_CLIENT, LUMENHARBOUR_CLIENT_MAC);
   const bool is_group = condition.name == CLIENT_GROUP;
   std::set<std::string> found;
-  const State state = is_group ? read_state(call) : State{};
+  const std::vector<Record> clients = read_table<ClientRow>(call);
+  const State state = is_group ? state_around(call, clients) : State{};
   Rule rule(call, state);
-  for (const Record& client : read_table<ClientRow>(call)) {
+  for (const Record& client : clients) {
     const std::string mac = format_value(attr, value_of(client, attr.cmd));
     const bool is_meant = std::all_of(all.begin(), all.end(), [&mac](const Condition& other) {
       return other.name != CLIENT || other.relation != "=" || other.wanted == mac;
