@@ -3,11 +3,17 @@ CMAKE ?= cmake
 BUILD ?= build
 JOBS ?= $(shell nproc)
 
-.PHONY: all demo lab test bench check format clean install
+.PHONY: all try demo lab test bench check format clean install
 
 all:
+	! command -v dpkg-query >/dev/null || scripts/bootstrap build
 	$(CMAKE) -S . -B $(BUILD) -G Ninja -DLUMENHARBOUR_TESTS=OFF $(CMAKE_FLAGS)
 	$(CMAKE) --build $(BUILD) -j $(JOBS)
+
+try:
+	scripts/bootstrap demo
+	$(MAKE) all
+	scripts/try
 
 demo:
 	scripts/bootstrap demo
