@@ -23,7 +23,7 @@ class Fault:
     least: int = 1  # switches
     kind: Optional[str] = None  # of a group that one of them must be in
     clock_speed: Optional[int] = None
-    transport: Optional[str] = None  # the only one that it is tried with
+    transport: Optional[str] = None  # where it makes no difference, the one that it is tried with
     is_signed: bool = False  # files are, and switches take no others
     descriptors: Optional[int] = None  # that a process of a switch may have
     env: dict = dataclasses.field(default_factory=dict)  # settings of the switches
@@ -117,7 +117,7 @@ async def server_breaks(lab):
     await lives
 
 
-@fault("the director's daemon is down while switches ask, and comes back")
+@fault("the director's daemon is down while switches ask, and comes back", transport="tftp")
 async def director_away(lab):
     await lab.director.daemon.end()
     os.unlink(lab.director.path("/tmp/lumenHarbour.socket"))
@@ -131,7 +131,7 @@ async def director_away(lab):
     lab.check("the hook tells once that it is back", lab.director.notices == ["AWAY", "BACK"])
 
 
-@fault("the DHCP server presents a wrong authentication message, until it is corrected")
+@fault("the DHCP server presents a wrong authentication message, until it is corrected", transport="tftp")
 async def wrong_auth(lab):
     await present(lab, "somebodyelse")
     lives = await lab.power_on()
@@ -154,7 +154,7 @@ def only_lists_asked(lab):
     lab.check("nothing is installed", nothing_installed(lab.switches))
 
 
-@fault("each imagelist begins with somebody else's line")
+@fault("each imagelist begins with somebody else's line", transport="tftp")
 async def foreign_line(lab):
     for group in plan.GROUPS.values():
         path = lab.director.path(f"/tmp/{group.imagelist}")
@@ -167,7 +167,9 @@ async def foreign_line(lab):
     lab.check("nobody asks for what that line names", not others)
 
 
-@fault("the DHCP server is killed when the first switch has its lease, and is away while the others ask")
+@fault(
+    "the DHCP server is killed when the first switch has its lease, and is away while the others ask", transport="tftp"
+)
 async def dhcp_restart(lab):
     first, *others = lab.switches
     life = await lab.power_on([first])
@@ -184,7 +186,12 @@ async def dhcp_restart(lab):
     lab.check("no address is given twice", len({switch.address for switch in lab.switches}) == len(lab.switches))
 
 
-@fault("a group is deactivated after its switches were told of it, and activated again", clock_speed=12, kind="mac")
+@fault(
+    "a group is deactivated after its switches were told of it, and activated again",
+    clock_speed=12,
+    kind="mac",
+    transport="tftp",
+)
 async def group_off(lab):
     group = plan.GROUPS["mac"]
     members = [switch for switch in lab.switches if switch.place.group is group]
@@ -212,7 +219,11 @@ async def power_loss(lab):
     lab.check("it begins anew, with its imagelist", again == [victim.place.group.imagelist])
 
 
-@fault("the first switch gives its address back, and the second vanishes until its lease is over", least=2)
+@fault(
+    "the first switch gives its address back, and the second vanishes until its lease is over",
+    least=2,
+    transport="tftp",
+)
 async def lease_ends(lab):
     released, vanished, *others = lab.switches
     await (await lab.power_on())
@@ -227,7 +238,7 @@ async def lease_ends(lab):
     await forgets(lab, "it forgets the second, and that alone", others)
 
 
-@fault("the file server has no imagelists, and then has them again")
+@fault("the file server has no imagelists, and then has them again", transport="tftp")
 async def list_lost(lab):
     await missing(lab, ".txt")
 

@@ -24,7 +24,7 @@ class Lab:
 
     def __init__(self, args, fault):
         self.root = os.path.dirname(os.path.dirname(os.path.abspath(__file__)))
-        self.transport = (fault and fault.transport) or args.transport
+        self.transport = args.transport or (fault and fault.transport) or "tftp"
         self.is_signed = args.trust or bool(fault and fault.is_signed)
         self.fault = fault
         rack.install(os.path.join(self.root, os.environ.get("BUILD", "build")), self.root)
