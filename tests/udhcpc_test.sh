@@ -90,15 +90,15 @@ for byte in 23 2d 7e; do
   gives - "*sub-option 1 (imagelist file) begins with '#', '-' or '~'" opt43=0102${byte}72
   gives "imagelist=a$(printf %b "\\x$byte")" '' opt43=010261$byte
 done
-gives - '*sub-option 9 is 9 bytes long, and 1 are left' opt43=010162090978 siaddr=192.0.2.9
+gives - 'option 43, sub-option 9 is 9 bytes long, and 1 are left' opt43=010162090978 siaddr=192.0.2.9
 gives - '*sub-option 9 has no length' opt43=01016209
 gives - '*sub-option 4 (TFTP server) is 3 bytes long, expected 4' opt43=0403c00002010162 siaddr=192.0.2.9
 gives - '*sub-option 8 (reboot time) is 5 bytes long, expected 4' opt43=08050000000001
 # shellcheck disable=SC2016 # that is what is sent
-gives - '*is not written in hexadecimal' 'opt43=01$(id)'
-gives - '*ends in half a byte' opt43=010
+gives - 'option 43 is not written in hexadecimal' 'opt43=01$(id)'
+gives - 'option 43 ends in half a byte' opt43=010
 gives 'imagelist=b tftp-server=192.0.2.7' '' opt43=010162 opt150=c0000207c0000208 tftp=192.0.2.8 siaddr=192.0.2.9
-gives 'config-file=b tftp-server=192.0.2.8' '' opt43=020162 opt150=00000000 tftp=192.0.2.8 siaddr=192.0.2.9
+gives 'config-file=b tftp-server=192.255.2.8' '' opt43=020162 opt150=00000000 tftp=192.255.2.8 siaddr=192.0.2.9
 gives 'tftp-server=192.0.2.9 auth-msg=b' '' opt43=090162 opt150=c00002 tftp=files.example siaddr=192.0.2.9
 # Nothing of it was meant for this system: another's option 43, or credentials and a number alone, are no orders.
 for option in '' opt43=f104c0000201 opt43=00ff opt43=060175070170080400000001 opt43=0100; do
