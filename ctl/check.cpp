@@ -111,10 +111,10 @@ void find_shared_files(const State& state, Findings* findings) {
     }
     if (name == "imagelist")
       findings->push_back({"shared-file", file, "group imagelist and the defaults share " + file, advice});
-    if (builtin_number(name))
-      findings->push_back(
-          {"shared-file", file,
-           "group " + name + " and a built-in group share " + file + ", or will as soon as there is one", advice});
+    if (!builtin_number(name)) continue;
+    std::string what = "group " + name;
+    what += " and a built-in group share " + file + ", or will as soon as there is one";
+    findings->push_back({"shared-file", file, what, advice});
   }
 }
 
@@ -125,11 +125,12 @@ void find_bad_names(const Record& record, const std::string& of, Findings* findi
   for (const tLumenHarbourAttr* const attr : attributes_of_rows(table)) {
     if (attr->value != LUMENHARBOUR_VALUE_TEXT || attr->access == LUMENHARBOUR_ATTR_GET) continue;
     const std::string& name = octets_of(record, attr->cmd);
-    if (const std::string fault = fault_of_name(name); !fault.empty())
-      findings->push_back({"name", of.empty() ? "defaults" : of,
-                           std::string(attr->name) + (of.empty() ? "" : " of " + of) + " is '" + printable(name) +
-                               "': it " + fault + ", and every switch refuses it",
-                           "give it another name"});
+    const std::string fault = fault_of_name(name);
+    if (fault.empty()) continue;
+    std::string what(attr->name);
+    if (!of.empty()) what += " of " + of;
+    what += " is '" + printable(name) + "': it " + fault + ", and every switch refuses it";
+    findings->push_back({"name", of.empty() ? "defaults" : of, what, "give it another name"});
   }
 }
 

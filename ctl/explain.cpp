@@ -28,12 +28,6 @@ struct Outcome {
   std::vector<std::string> notes;
 };
 
-std::vector<std::string> labels_of(const std::vector<const Record*>& groups) {
-  std::vector<std::string> labels;
-  for (const Record* const group : groups) labels.push_back(label_of(*group));
-  return labels;
-}
-
 Subject subject_of(const Call& call) {
   const Arguments& args = call.args;
   if (args.row.empty() == args.mac.empty())
@@ -121,7 +115,7 @@ Outcome outcome_of(const State& state, const std::vector<Imagelist>& lists, cons
 bool is_fetching(const Outcome& outcome) {
   const FileState state = outcome.fetched.state;
   const bool is_gone = state == FileState::missing || state == FileState::none;
-  return state != FileState::unreadable && !(is_gone && outcome.imagelist.value_or("") != "");
+  return state != FileState::unreadable && !(is_gone && !outcome.imagelist.value_or("").empty());
 }
 
 /// @return the image that the switch takes from the imagelist; empty for none.

@@ -29,12 +29,6 @@ bool answers(const Record* group, const FileNames& names) {
   return status != LUMENHARBOUR_ROW_CREATE && base_of(names.imagelist) == base_of(file);
 }
 
-std::vector<std::string> labels_of(const std::vector<const Record*>& groups) {
-  std::vector<std::string> labels;
-  for (const Record* const group : groups) labels.push_back(label_of(*group));
-  return labels;
-}
-
 Mac mac_of(const Record& client) {
   Mac mac{};
   const std::string& octets = octets_of(client, LUMENHARBOUR_CLIENT_MAC);
@@ -58,6 +52,13 @@ tLumenHarbourClientInfo info_of(const Record& client) {
 }
 
 }  // namespace
+
+std::vector<std::string> labels_of(const std::vector<const Record*>& groups) {
+  std::vector<std::string> labels;
+  labels.reserve(groups.size());
+  for (const Record* const group : groups) labels.push_back(label_of(*group));
+  return labels;
+}
 
 std::string label_of(const Record& group) {
   const std::string& name = octets_of(group, LUMENHARBOUR_CUSTOMGRP_NAME);

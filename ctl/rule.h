@@ -90,6 +90,7 @@ State state_around(const Call& call, const std::vector<Record>& clients);
 
 /// @return a custom group's name, or its id where it has none, as a command takes it.
 std::string label_of(const Record& group);
+std::vector<std::string> labels_of(const std::vector<const Record*>& groups);
 
 /// @return "group NAME" or "built-in group PID".
 std::string title_of(const Record& group);
