@@ -228,7 +228,8 @@ void show_imagelists(const Call& call) {
       call.args.row.empty() ? std::nullopt : std::optional<uint32>(group_of(call, call.args.row));
   if (id) read_record(call, GroupRow{*id});
   Json rows = Json::array();
-  for (const Imagelist& list : read_imagelists(call, read_state(call))) {
+  const State state = read_state(call);
+  for (const Imagelist& list : read_imagelists(call, state)) {
     const bool is_wanted = !id || (list.group != nullptr && list.group->row == Row(GroupRow{*id}));
     if (is_wanted)
       rows.push_back({{"of", list.of},
