@@ -143,7 +143,10 @@ if [ -z "$(ip -4 address show dev uplink)" ]; then
   address=192.0.2.1/24
   ip address add $address dev uplink || exit 1
 fi
-for file in manual start commands watch explain apply guard slips saved; do session $file.txt; done
+for file in manual start commands watch explain apply guard slips saved; do
+  session $file.txt
+  [ -z "${GTEST_FAIL_FAST:-}" ] || [ "$failed" = 0 ] || exit 1
+done
 # What a library sets.
 expect 0 $'Set an attribute of a group\n*\nAttributes:\n  status                      one of activate, *' group set -h
 expect 0 $'Controls *\n  show   *\nA switch *: 0 done, *, 5 no answer in time.' help
