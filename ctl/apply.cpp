@@ -169,7 +169,7 @@ class Maker {
     std::string line = change.op.sign + change.what;
     if (!change.attribute.empty())
       line += (change.what.empty() ? "" : ": ") + change.attribute + (change.what.empty() ? ": " : " ") +
-              text_of(change.before) + " -> " + text_of(change.after);
+              text_of(change.attribute, change.before) + " -> " + text_of(change.attribute, change.after);
     print_line(line);
     flush_output();
   }
@@ -256,8 +256,7 @@ bool Planner::change(const Row& row, const std::string& what, uint32 cmd, const 
   const bool is_same =
       attr.value == LUMENHARBOUR_VALUE_IPV4 ? format_value(attr, before) == format_value(attr, after) : before == after;
   if (is_same) return false;
-  const std::string name(attr.name);
-  changes_.push_back({CHANGE, what, name, json_of(attr, before), json_of(attr, after), {{row, cmd, after}}});
+  changes_.push_back({CHANGE, what, field_of(attr), json_of(attr, before), json_of(attr, after), {{row, cmd, after}}});
   return true;
 }
 
@@ -295,7 +294,7 @@ void Planner::plan_vlans() {
     missing[i] = static_cast<char>(after[i] & ~before[i]);
     extra[i] = static_cast<char>(before[i] & ~after[i]);
   }
-  Change vlans = {CHANGE, "", "vlans", format_vlans(before), format_vlans(after), {}};
+  Change vlans = {CHANGE, "", "management-vlans", format_vlans(before), format_vlans(after), {}};
   if (!format_vlans(missing).empty()) vlans.sets.push_back({GlobalRow{}, LUMENHARBOUR_GLB_MANAGEVLANADD, missing});
   if (!format_vlans(extra).empty()) vlans.sets.push_back({GlobalRow{}, LUMENHARBOUR_GLB_MANAGEVLANDEL, extra});
   changes_.push_back(std::move(vlans));
@@ -591,6 +590,7 @@ bool sets_address(const std::vector<Change>& changes) {
 ///
 /// @param[in] becomes  the switch is not the director, and the file wants it to be
 void make_role(const Call& call, const Document& wanted, const std::vector<Change>& role, bool becomes, Maker* maker) {
+  const std::string former = role_of(call);
   maker->make(role);
   const bool is_address_new = sets_address(role);
   if (!call.args.dry_run && (becomes || is_address_new)) {
@@ -601,7 +601,7 @@ void make_role(const Call& call, const Document& wanted, const std::vector<Chang
                     "give this switch the address, or correct the file", ERR_AUTOCFG_IPMISMATCH};
     if (!is_own) note(foreign(address));
   }
-  if (becomes && !is_address_new) maker->make({{CHANGE, "", "director-state", "off", "on", {}}});
+  if (becomes && !is_address_new) maker->make({{CHANGE, "", "role", former, "director", {}}});
 }
 
 /// Asks before the changes take the role from a director that has something to lose, and tells it.
@@ -643,13 +643,18 @@ void make_document(const Call& call, const Document& wanted, Maker* maker) {
   rest.plan_defaults();
   rest.plan_stop();
   rest.check_pools();
+  const std::vector<Change> changes = rest.changes();
+  const bool adds_builtin = std::any_of(changes.begin(), changes.end(), [](const Change& change) {
+    return std::string_view(change.op.name) == ADD.name && std::holds_alternative<BuiltinRow>(change.sets.front().row);
+  });
+  if (adds_builtin && !call.args.dry_run) guard_builtins(call, attempt);
   if (was_director) guard_role(call, wanted, role, maker);
   if (was_director && !role.empty()) {
     make_role(call, wanted, role, becomes, maker);
     // Another address may have ended the role, and a client takes a director's attributes without effect.
     if (wanted.needs_director()) require_director(call, attempt);
   }
-  maker->make(rest.changes());
+  maker->make(changes);
   rest.note_unlisted();
 }
 

@@ -5,6 +5,7 @@
 #include <cmath>
 #include <cstdio>
 
+#include "figures.h"
 #include "layout.h"
 #include "pager.h"
 #include "report.h"
@@ -87,13 +88,27 @@ void add(CLI::App* app, Arguments* args, const Argument& argument) {
   option->required(argument.required)->type_name(type);
 }
 
-/// @return help on the attributes that a get or set command takes.
-std::string attribute_help(const Command& command) {
+/// @return what value an attribute takes, or has.
+std::string expected_in(const Command& command, const tLumenHarbourAttr& attr) {
+  return name_in(command, attr) == attr.name ? expected_value(attr) : "yes or no";
+}
+
+/// @return the attributes that a get or set command takes, and what each expects.
+Json attribute_help(const Command& command) {
+  Json help = Json::array();
+  for (const tLumenHarbourAttr* const attr : attributes_of(command))
+    help.push_back({{"name", name_in(command, *attr)}, {"expected", expected_in(command, *attr)}});
+  if (command.table == LUMENHARBOUR_TABLE_GLOBAL && !command.changes)
+    for (const Figure& figure : figures()) help.push_back({{"name", figure.name}, {"expected", figure.expected}});
+  return help;
+}
+
+std::string attribute_text(const Command& command) {
   std::string text = "Attributes:\n";
-  for (const tLumenHarbourAttr* const attr : attributes_of(command)) {
-    std::string line = "  " + std::string(attr->name);
+  for (const Json& attribute : attribute_help(command)) {
+    std::string line = "  " + attribute["name"].get<std::string>();
     line.resize(std::max<std::size_t>(line.size() + 1, 30), ' ');
-    text += line + expected_value(*attr) + '\n';
+    text += line + attribute["expected"].get<std::string>() + '\n';
   }
   return text;
 }
@@ -116,7 +131,7 @@ std::string help_of(CLI::App* app, const CommandLine& line, const std::string& p
   for (const Command* const child : children_of(line.commands, path))
     app->add_subcommand(std::string(word_of(*child)), child->help)->footer("");
   if (path.empty()) app->footer(overall_help());
-  if (line.command != nullptr && names_attribute(*line.command)) app->footer(attribute_help(*line.command));
+  if (line.command != nullptr && names_attribute(*line.command)) app->footer(attribute_text(*line.command));
   return app->help();
 }
 
@@ -145,10 +160,7 @@ Json help_json(const CommandLine& line, const std::string& path) {
   help["commands"] = Json::array();
   for (const Command* const child : children_of(line.commands, path))
     help["commands"].push_back({{"name", std::string(word_of(*child))}, {"help", child->help}});
-  help["attributes"] = Json::array();
-  if (is_command && names_attribute(*line.command))
-    for (const tLumenHarbourAttr* const attr : attributes_of(*line.command))
-      help["attributes"].push_back({{"name", std::string(attr->name)}, {"expected", expected_value(*attr)}});
+  help["attributes"] = is_command && names_attribute(*line.command) ? attribute_help(*line.command) : Json::array();
   return help;
 }
 
@@ -326,6 +338,10 @@ std::vector<const tLumenHarbourAttr*> attributes_of(const Command& command) {
     if (attr.table == command.table && attr.value != LUMENHARBOUR_VALUE_RECORD && (attr.access & access) != 0)
       attributes.push_back(&attr);
   return attributes;
+}
+
+std::string name_in(const Command& command, const tLumenHarbourAttr& attr) {
+  return command.changes ? std::string(attr.name) : field_of(attr);
 }
 
 const Command* take_command(Commands commands, std::vector<std::string>* words, std::string* path) {

@@ -47,4 +47,7 @@ bool is_option(const Argument& argument);
 /// @return the attributes that a get or set command takes, in the order of their list.
 std::vector<const tLumenHarbourAttr*> attributes_of(const Command& command);
 
+/// @return what a get or set command calls an attribute: a row's status is set, and tells whether the row is active.
+std::string name_in(const Command& command, const tLumenHarbourAttr& attr);
+
 }  // namespace lumenharbour::ctl

@@ -195,7 +195,7 @@ constexpr Command COMMAND_TABLE[] = {
      LUMENHARBOUR_ROW_DESTROY},
 
     {"builtin", "Built-in groups, one for a product id: they serve whom no custom group does"},
-    {"builtin add", "Add a built-in group", {NEW_PID, IMAGE, CONFIG, ACTIVATE_TOO}, add_builtin, CHANGES, BLT},
+    {"builtin add", "Add a built-in group", {NEW_PID, IMAGE, CONFIG, ACTIVATE_TOO, FORCE}, add_builtin, CHANGES, BLT},
     {"builtin get", "Print an attribute of a built-in group, or all of them", {PID, ATTR_OR_ALL}, get, READS, BLT},
     {"builtin set", "Set an attribute of a built-in group", {PID, ATTR, VALUE}, set, CHANGES, BLT},
     {"builtin activate",

@@ -4,6 +4,8 @@
 
 #include <algorithm>
 
+#include "command_line.h"
+#include "figures.h"
 #include "guard.h"
 #include "lock.h"
 #include "role.h"
@@ -14,27 +16,28 @@ namespace {
 
 // ---- Attributes ----
 
-[[noreturn]] void fail_unknown_attribute(tLumenHarbourTable table, const std::string& name) {
+[[noreturn]] void fail_unknown_attribute(const Command& command, const std::string& name) {
   std::string close;
   for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS)
-    if (attr.table == table && is_close(name, attr.name)) close += (close.empty() ? "" : ", ") + std::string(attr.name);
-  throw Failure{EXIT_USAGE, std::string("there is no ") + TABLES[table].name + " attribute " + quote(name),
+    if (attr.table == command.table && is_close(name, name_in(command, attr)))
+      close += (close.empty() ? "" : ", ") + name_in(command, attr);
+  throw Failure{EXIT_USAGE, std::string("there is no ") + TABLES[command.table].name + " attribute " + quote(name),
                 close.empty() ? "'lumenharbourctl attributes' lists them all" : "did you mean " + close + '?'};
 }
 
 /// @param[in] word  a name or a number, which must outlive the result. A number without a name stands for an integer.
-tLumenHarbourAttr attribute_named(tLumenHarbourTable table, const std::string& word) {
+tLumenHarbourAttr attribute_named(const Command& command, const std::string& word) {
   const std::optional<uint32> number = parse_number(word);
   for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS)
-    if (attr.table == table && (attr.name == word || attr.cmd == number)) return attr;
-  if (!number) fail_unknown_attribute(table, word);
+    if (attr.table == command.table && (name_in(command, attr) == word || attr.cmd == number)) return attr;
+  if (!number) fail_unknown_attribute(command, word);
   constexpr uint8 both = LUMENHARBOUR_ATTR_GET | LUMENHARBOUR_ATTR_SET;
-  return {table, *number, word, LUMENHARBOUR_VALUE_NUMBER, both, LUMENHARBOUR_GUARD_NONE};
+  return {command.table, *number, word, LUMENHARBOUR_VALUE_NUMBER, both, LUMENHARBOUR_GUARD_NONE};
 }
 
 /// @return the attribute that a set command is about.
 tLumenHarbourAttr attribute_of(const Call& call) {
-  if (call.command.attr == 0) return attribute_named(call.command.table, call.args.attr);
+  if (call.command.attr == 0) return attribute_named(call.command, call.args.attr);
   return *lumenharbour_attr_find(call.command.table, call.command.attr);
 }
 
@@ -60,11 +63,11 @@ Result send(const Call& call, const Row& row, uint32 cmd, const Value& value) {
 }
 
 /// @return what is tried, as it stands behind "cannot".
-std::string attempt_of(const Row& row, const tLumenHarbourAttr& attr, const Value& value) {
+std::string attempt_of(const Call& call, const Row& row, const tLumenHarbourAttr& attr, const Value& value) {
   constexpr const char* verbs[] = {"", "activate ", "create ", "deactivate ", "delete "};
   const auto* const status = std::get_if<uint32>(&value);
   const bool is_verb = attr.value == LUMENHARBOUR_VALUE_ROWSTATUS && status != nullptr && *status < std::size(verbs);
-  return is_verb ? verbs[*status] + describe(row) : "set " + describe(row, attr);
+  return is_verb ? verbs[*status] + describe(call, row) : "set " + describe(call, row, attr);
 }
 
 /// Fails for a group with members: under another type they would be read as something else.
@@ -80,10 +83,10 @@ void tell_aftermath(const Call& call, const Row& row, const tLumenHarbourAttr& a
   const bool is_global = attr.table == LUMENHARBOUR_TABLE_GLOBAL;
   if (is_global && attr.cmd == LUMENHARBOUR_GLB_DHCPCLIENTVLAN) {
     const Reply<uint32> vlan = call.daemon.get_integer(row, attr.cmd);
-    check(call, vlan, "get " + describe(row, attr));
+    check(call, vlan, "get " + describe(call, row, attr));
     if (Value(vlan.value) == value) return;
     throw Failure{EXIT_REFUSED,
-                  "cannot set " + describe(row, attr) + ": VLAN " + format_value(attr, value) +
+                  "cannot set " + describe(call, row, attr) + ": VLAN " + format_value(attr, value) +
                       " has no interface on this switch",
                   "make the interface first"};
   }
@@ -91,7 +94,7 @@ void tell_aftermath(const Call& call, const Row& row, const tLumenHarbourAttr& a
   if (is_global || !is_written) return;
   const Reply<uint32> status = call.daemon.get_integer(row, LUMENHARBOUR_CUSTOMGRP_STATUS);
   if (status && status.value == LUMENHARBOUR_ROW_ACTIVE)
-    note(describe(row) + " is active; its imagelist file stays as it is until it is activated again");
+    note(describe(call, row) + " is active; its imagelist file stays as it is until it is activated again");
 }
 
 // ---- New groups ----
@@ -177,25 +180,30 @@ tLumenHarbourClientInfo client_of(const Arguments& args) {
 void get(const Call& call) {
   const Row row = row_of(call);
   if (call.args.attr.empty()) return print_object(call.args, json_of(read_record(call, row)));
-  const tLumenHarbourAttr attr = attribute_named(call.command.table, call.args.attr);
+  const bool is_global = call.command.table == LUMENHARBOUR_TABLE_GLOBAL;
+  if (const Figure* const figure = is_global ? figure_named(call.args.attr) : nullptr) {
+    const Json value = figure->now(call);
+    return print_line(call.args.is_json() ? dump({{call.args.attr, value}}) : text_of(value));
+  }
+  const tLumenHarbourAttr attr = attribute_named(call.command, call.args.attr);
   // Reading a record of zeros would announce a client.
   if (attr.value == LUMENHARBOUR_VALUE_RECORD)
     throw Failure{EXIT_USAGE, std::string(attr.name) + " is no value", "use 'lumenharbourctl announce'"};
   const bool is_free_id = attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.cmd == LUMENHARBOUR_GLB_CUSTOMGRPFREEID;
-  if (is_free_id) require_director(call, "get " + describe(row, attr));
+  if (is_free_id) require_director(call, "get " + describe(call, row, attr));
   Query query{row, attr.cmd, attr.value < LUMENHARBOUR_VALUE_TEXT};
   call.daemon.get_all({&query, 1});
-  check(call, query.reply, "get " + describe(row, attr), row, &attr);
+  check(call, query.reply, "get " + describe(call, row, attr), row, &attr);
   const Json value = json_of(attr, query.reply.value);
-  if (call.args.is_json()) return print_line(dump({{std::string(attr.name), value}}));
-  print_line(format_value(attr, query.reply.value));
+  if (call.args.is_json()) return print_line(dump({{field_of(attr), value}}));
+  print_line(text_of(field_of(attr), value));
 }
 
 void set(const Call& call) {
   const tLumenHarbourAttr attr = attribute_of(call);
   const Value value = value_of(call, attr);
   const Row row = row_of(call);
-  const std::string attempt = attempt_of(row, attr, value);
+  const std::string attempt = attempt_of(call, row, attr, value);
   // The daemon would take a director's value in the client role without keeping it, and flush nothing.
   const bool is_flush = attr.table == LUMENHARBOUR_TABLE_GLOBAL && attr.cmd == LUMENHARBOUR_GLB_DBFLUSH;
   if (attr.guard == LUMENHARBOUR_GUARD_DIRECTOR || is_flush) require_director(call, attempt);
@@ -243,6 +251,7 @@ void add_builtin(const Call& call) {
   const Value image = name_to_set(call.args.image, LUMENHARBOUR_CUSTOMGRP_IMAGENAME);
   const Value config = name_to_set(call.args.config, LUMENHARBOUR_CUSTOMGRP_CONFIGNAME);
   const Row row = row_of(call);
+  guard_builtins(call, "add " + describe(row));
   const Lock lock(call, "add " + describe(row));
   make_row(call, row, describe(row),
            {{LUMENHARBOUR_BUILTINGRP_IMAGETYPE, uint32{0}},
@@ -261,11 +270,11 @@ void set_members(const Call& call) {
   // The daemon would link a member once more, and a later deletion would take off only one of the two.
   for (const std::string& word : call.args.members)
     if (const Row row = member_of(id, word); is_adding && call.daemon.get_integer(row, LUMENHARBOUR_GRPMAC_STATUS))
-      throw Failure{EXIT_REFUSED, "cannot add " + describe(row) + ": it is there already", "none was added"};
+      throw Failure{EXIT_REFUSED, "cannot add " + describe(call, row) + ": it is there already", "none was added"};
   for (const std::string& word : call.args.members) {
     const Row row = member_of(id, word);
     check(call, call.daemon.set_integer(row, LUMENHARBOUR_GRPMAC_STATUS, call.command.value),
-          (is_adding ? "add " : "delete ") + describe(row), row);
+          (is_adding ? "add " : "delete ") + describe(call, row), row);
   }
   print_done(call.args);
 }

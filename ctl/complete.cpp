@@ -3,6 +3,7 @@
 #include <algorithm>
 
 #include "command_line.h"
+#include "figures.h"
 #include "rows.h"
 #include "tool.h"
 
@@ -158,7 +159,9 @@ Words clients(const Call& call) {
 
 Words attributes(const Command& command) {
   Words words;
-  for (const tLumenHarbourAttr* const attr : attributes_of(command)) words.emplace_back(attr->name);
+  for (const tLumenHarbourAttr* const attr : attributes_of(command)) words.push_back(name_in(command, *attr));
+  if (command.table == LUMENHARBOUR_TABLE_GLOBAL && !command.changes)
+    for (const Figure& figure : figures()) words.emplace_back(figure.name);
   return words;
 }
 

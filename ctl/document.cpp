@@ -259,7 +259,7 @@ void Reader::check_whole(const std::vector<Item>& sections) const {
     if (item.key == "service" && says(LUMENHARBOUR_GLB_STATE, uint32{LUMENHARBOUR_OFF}) &&
         (has(LUMENHARBOUR_GLB_DIRECTORIP) || has(LUMENHARBOUR_GLB_DIRECTORIPTYPE) || document_->needs_director()))
       fail(item.line, "service is off, and a stopped service keeps none of director, defaults, groups and builtins",
-           "expected 'service: on', or nothing of these");
+           "expected 'service: true', or nothing of these");
     if (item.key == "director" && document_->needs_director() &&
         says(LUMENHARBOUR_GLB_DIRECTORIP, std::string(LUMENHARBOUR_IPV4_SIZE, '\0')))
       fail(item.line, "the director's address is none, and only a director keeps defaults, groups and builtins",
@@ -271,12 +271,12 @@ void Reader::read(const yaml_node_t& root) {
   const Kind groups = {"a group", LUMENHARBOUR_TABLE_CUSTOMGRP, GROUP_FIELDS, {"name", "id", "active", "members"}};
   const Kind builtins = {"a built-in group", LUMENHARBOUR_TABLE_BUILTINGRP, BUILTIN_FIELDS, {"pid", "active"}};
   const std::vector<Item> sections =
-      items_of(root, "the file", {"service", "director", "defaults", "vlans", "groups", "builtins"});
+      items_of(root, "the file", {"service", "director", "defaults", "management-vlans", "groups", "builtins"});
   for (const Item& item : sections) {
     if (item.key == "service") read_global(item, LUMENHARBOUR_GLB_STATE);
     if (item.key == "director") read_globals(item, DIRECTOR_FIELDS);
     if (item.key == "defaults") read_globals(item, DEFAULT_FIELDS);
-    if (item.key == "vlans") read_vlans(item);
+    if (item.key == "management-vlans") read_vlans(item);
     if (item.key == "groups") document_->groups = entries_of(item, groups);
     if (item.key == "builtins") document_->builtins = entries_of(item, builtins);
   }
@@ -316,7 +316,7 @@ void Document::make_whole() {
   // A service that stops takes the address with it, and a stopped one none.
   if (state == globals.end() || state->second == Value(uint32{LUMENHARBOUR_ON}))
     fill(&globals, LUMENHARBOUR_TABLE_GLOBAL, DIRECTOR_FIELDS);
-  constexpr Field vlans[] = {{"vlans", LUMENHARBOUR_GLB_MANAGEVLANADD}};
+  constexpr Field vlans[] = {{"management-vlans", LUMENHARBOUR_GLB_MANAGEVLANADD}};
   fill(&globals, LUMENHARBOUR_TABLE_GLOBAL, vlans);
   if (!needs_director()) return;
   fill(&globals, LUMENHARBOUR_TABLE_GLOBAL, DEFAULT_FIELDS);

@@ -79,7 +79,8 @@ class Emitter {
       else if (section.is_array())
         put_list(section, [this](const Json& row) { put_fields(row); });
       else
-        put_scalar(section, key == "vlans" && section.get_ref<const std::string&>().find(',') != std::string::npos);
+        put_scalar(section,
+                   key == "management-vlans" && section.get_ref<const std::string&>().find(',') != std::string::npos);
     }
     end_mapping();
     emit(yaml_document_end_event_initialize(&event, 1), &event);
@@ -141,29 +142,30 @@ class Emitter {
 };
 
 /// Adds an attribute to `object` unless it is empty or 0.
-void put(Json* object, std::string_view key, const Record& record, uint32 cmd) {
+void put(const Call& call, Json* object, std::string_view key, const Record& record, uint32 cmd) {
   const tLumenHarbourAttr& attr = attr_of(static_cast<tLumenHarbourTable>(record.row.index()), cmd);
   const Value& value = value_of(record, cmd);
   const auto* const text = std::get_if<std::string>(&value);
   if (value == Value(uint32{0}) || value == Value(std::string())) return;
   if (text != nullptr && attr.value == LUMENHARBOUR_VALUE_TEXT && !is_utf8(*text))
-    throw Failure{EXIT_REFUSED, "cannot export: " + describe(record.row, attr) + " is no UTF-8", "set another first"};
+    throw Failure{EXIT_REFUSED, "cannot export: " + describe(call, record.row, attr) + " is no UTF-8",
+                  "set another first"};
   const Json found = json_of(attr, value);
-  (*object)[std::string(key)] = text == nullptr && (found == "yes" || found == "no") ? Json(found == "yes") : found;
+  (*object)[std::string(key)] = found;
 }
 
-void put(Json* object, std::span<const Field> fields, const Record& record) {
-  for (const Field& field : fields) put(object, field.key, record, field.cmd);
+void put(const Call& call, Json* object, std::span<const Field> fields, const Record& record) {
+  for (const Field& field : fields) put(call, object, field.key, record, field.cmd);
 }
 
-Json group_of(const State& state, const Record& group) {
+Json group_of(const Call& call, const State& state, const Record& group) {
   Json object = Json::object();
   const uint32 id = std::get<GroupRow>(group.row).id;
   const uint32 type = integer_of(group, LUMENHARBOUR_CUSTOMGRP_TYPE);
-  put(&object, "name", group, LUMENHARBOUR_CUSTOMGRP_NAME);
+  put(call, &object, "name", group, LUMENHARBOUR_CUSTOMGRP_NAME);
   if (object.empty()) object["id"] = id;
   object["type"] = json_of(attr_of(LUMENHARBOUR_TABLE_CUSTOMGRP, LUMENHARBOUR_CUSTOMGRP_TYPE), type);
-  put(&object, GROUP_FIELDS, group);
+  put(call, &object, GROUP_FIELDS, group);
   object["active"] = integer_of(group, STATUS) == LUMENHARBOUR_ROW_ACTIVE;
   if (type != LUMENHARBOUR_CUSTOMGRP_TYPE_MAC && type != LUMENHARBOUR_CUSTOMGRP_TYPE_PID) return object;
   Json members = Json::array();
@@ -178,17 +180,17 @@ Json group_of(const State& state, const Record& group) {
 
 void put_tables(const Call& call, Json* tree, const State& state) {
   Json defaults = Json::object();
-  put(&defaults, DEFAULT_FIELDS, state.global);
+  put(call, &defaults, DEFAULT_FIELDS, state.global);
   if (!defaults.empty()) (*tree)["defaults"] = defaults;
   (*tree)["groups"] = Json::array();
   Rule rule(call, state);
-  for (const Record* const group : rule.by_age()) (*tree)["groups"].push_back(group_of(state, *group));
+  for (const Record* const group : rule.by_age()) (*tree)["groups"].push_back(group_of(call, state, *group));
   for (const Overlap& overlap : rule.overlaps())
     if (rule.is_doubtful(overlap)) note(rule.describe(overlap) + "; the file may order them otherwise");
   (*tree)["builtins"] = Json::array();
   for (const Record& builtin : state.builtins) {
     Json object = {{"pid", std::get<BuiltinRow>(builtin.row).pid}};
-    put(&object, BUILTIN_FIELDS, builtin);
+    put(call, &object, BUILTIN_FIELDS, builtin);
     object["active"] = integer_of(builtin, STATUS) == LUMENHARBOUR_ROW_ACTIVE;
     (*tree)["builtins"].push_back(object);
   }
@@ -197,12 +199,12 @@ void put_tables(const Call& call, Json* tree, const State& state) {
 /// @return the daemon's state as a file's text without its end.
 std::string text_of(const Call& call, const State& state) {
   const bool is_on = integer_of(state.global, LUMENHARBOUR_GLB_STATE) == LUMENHARBOUR_ON;
-  Json tree = {{"service", is_on ? "on" : "off"}};
+  Json tree = {{"service", is_on}};
   Json director = Json::object();
-  put(&director, DIRECTOR_FIELDS, state.global);
+  put(call, &director, DIRECTOR_FIELDS, state.global);
   if (!director.empty()) tree["director"] = director;
   const std::string vlans = format_vlans(octets_of(state.global, LUMENHARBOUR_GLB_MANAGEVLANADD));
-  if (!vlans.empty()) tree["vlans"] = vlans;
+  if (!vlans.empty()) tree["management-vlans"] = vlans;
   if (state.is_director()) put_tables(call, &tree, state);
   if (call.args.is_json()) return escaped(dump(tree)) + '\n';
   return Emitter().document(tree);

@@ -33,7 +33,7 @@ bool is_gone(const Query& query) {
 
 void check_query(const Call& call, const Query& query) {
   const tLumenHarbourAttr& attr = attr_of(query.cmd);
-  check(call, query.reply, "get " + describe(query.row, attr), query.row, &attr);
+  check(call, query.reply, "get " + describe(call, query.row, attr), query.row, &attr);
 }
 
 /// Finds the groups by asking for one attribute of ids that follow one another: where they lie close, that takes no
@@ -108,7 +108,7 @@ Json read_groups(const Call& call, const std::vector<std::string>& fields) {
   };
   std::vector<uint32> cmds;
   for (const tLumenHarbourAttr* const attr : attributes_of_rows(LUMENHARBOUR_TABLE_CUSTOMGRP))
-    if (has(attr->name)) cmds.push_back(attr->cmd);
+    if (has(field_of(*attr))) cmds.push_back(attr->cmd);
   if (cmds.empty()) cmds.push_back(LUMENHARBOUR_CUSTOMGRP_STATUS);
 
   // Each member's walk waits for the answer before, so it goes on beside what is asked many at a time.
@@ -139,7 +139,7 @@ Json read_groups(const Call& call, const std::vector<std::string>& fields) {
       if (field == "id") row[field] = group.id;
       if (field == MEMBERS_FIELD) row[field] = texts.contains(group.id) ? std::move(texts[group.id]) : Json::array();
       for (const auto& [cmd, value] : group.values)
-        if (attr_of(cmd).name == field) row[field] = json_of(attr_of(cmd), value);
+        if (field_of(attr_of(cmd)) == field) row[field] = json_of(attr_of(cmd), value);
     }
   }
   return rows;

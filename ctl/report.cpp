@@ -64,6 +64,7 @@ void print_columns(const std::vector<Line>& lines, bool is_cut) {
 
 std::string element_text(const Json& value) {
   if (value.is_null()) return NOTHING;
+  if (value.is_boolean()) return value.get<bool>() ? "yes" : "no";
   if (!value.is_string()) return dump(value);
   const std::string text = printable(value.get_ref<const std::string&>());
   return text.empty() ? NOTHING : text;
@@ -89,11 +90,28 @@ std::string text_of(const Json& value) {
   return text.empty() ? NOTHING : text;
 }
 
+std::string text_of(std::string_view name, const Json& value) {
+  const auto* const attr = std::find_if(
+      std::begin(LUMENHARBOUR_ATTRS), std::end(LUMENHARBOUR_ATTRS),
+      [name](const tLumenHarbourAttr& a) { return a.table == LUMENHARBOUR_TABLE_GLOBAL && a.name == name; });
+  const bool is_switched =
+      value.is_boolean() && attr != std::end(LUMENHARBOUR_ATTRS) && parse_value(*attr, "on").has_value();
+  if (is_switched) return value.get<bool>() ? "on" : "off";
+  return text_of(value);
+}
+
+std::string field_of(const tLumenHarbourAttr& attr) {
+  return attr.value == LUMENHARBOUR_VALUE_ROWSTATUS ? "active" : std::string(attr.name);
+}
+
 Json json_of(const tLumenHarbourAttr& attr, const Value& value) {
   const auto* const number = std::get_if<uint32>(&value);
   if (attr.value == LUMENHARBOUR_VALUE_TEXT) return std::get<std::string>(value);
+  if (attr.value == LUMENHARBOUR_VALUE_ROWSTATUS) return *number == LUMENHARBOUR_ROW_ACTIVE;
   std::string text = format_value(attr, value);
   if (number != nullptr && text == std::to_string(*number)) return *number;
+  if (number != nullptr && (text == "yes" || text == "on")) return true;
+  if (number != nullptr && (text == "no" || text == "off")) return false;
   return text;
 }
 
@@ -109,7 +127,7 @@ void print_done(const Arguments& args) {
 void print_object(const Arguments& args, const Json& object) {
   if (args.is_json()) return print_line(dump(object));
   for (const auto& [name, value] : object.items())
-    print_line(wrapped(name + ": " + text_of(value), args.wide ? 0 : terminal_width(STDOUT_FILENO)));
+    print_line(wrapped(name + ": " + text_of(name, value), args.wide ? 0 : terminal_width(STDOUT_FILENO)));
 }
 
 void print_table(const Arguments& args, const std::vector<std::string>& headings, const Json& rows) {

@@ -19,7 +19,13 @@ std::string dump(const Json& value);
 /// @return a value as a person reads it; "-" for none at all.
 std::string text_of(const Json& value);
 
-/// @return an attribute's value in JSON: a number, or the word or text for it.
+/// @return the value of something with a name as a person reads it: what can be switched is "on" or "off".
+std::string text_of(std::string_view name, const Json& value);
+
+/// @return what an attribute's value is called where it is told: of a row's status, whether it is active.
+std::string field_of(const tLumenHarbourAttr& attr);
+
+/// @return an attribute's value in JSON: a number, a truth value, or the word or text for it.
 Json json_of(const tLumenHarbourAttr& attr, const Value& value);
 
 /// Prints a line on standard output.

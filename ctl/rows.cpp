@@ -171,7 +171,7 @@ Json json_of(const Record& record) {
   if (const auto* const client = std::get_if<ClientRow>(&record.row)) object["index"] = client->index;
   std::size_t i = 0;
   for (const tLumenHarbourAttr* const attr : attributes_of_rows(table_of(record.row)))
-    object[std::string(attr->name)] = json_of(*attr, record.values[i++]);
+    object[field_of(*attr)] = json_of(*attr, record.values[i++]);
   return object;
 }
 
@@ -266,7 +266,7 @@ std::vector<Record> read_records(const Call& call, const std::vector<Row>& rows)
       is_gone = is_gone || (!is_global && reply.code == ERR_ZOR_NOTFOUND);
       // No free group id is no failure where every attribute is wanted.
       const bool is_none = is_global && reply.code == ERR_BARE_NOMEM;
-      if (!is_gone && !is_none) check(call, reply, "get " + describe(row, *attr), row, attr);
+      if (!is_gone && !is_none) check(call, reply, "get " + describe(call, row, *attr), row, attr);
       record.values.push_back(std::move(reply.value));
     }
     if (!is_gone) records.push_back(std::move(record));
@@ -276,7 +276,7 @@ std::vector<Record> read_records(const Call& call, const std::vector<Row>& rows)
 
 Record read_record(const Call& call, const Row& row) {
   std::vector<Record> records = read_records(call, {row});
-  if (records.empty()) check(call, {Status::refused, ERR_ZOR_NOTFOUND}, "get " + describe(row), row);
+  if (records.empty()) check(call, {Status::refused, ERR_ZOR_NOTFOUND}, "get " + describe(call, row), row);
   return std::move(records.front());
 }
 
@@ -357,9 +357,16 @@ std::string describe(const Row& row) {
   return key.size() == 1 ? name + ' ' + key[0] : name + ' ' + key[1] + " of group " + key[0];
 }
 
-std::string describe(const Row& row, const tLumenHarbourAttr& attr) {
+std::string describe(const Call& call, const Row& row) {
+  std::string text = describe(row);
+  const bool has_group = row.index() >= LUMENHARBOUR_TABLE_CUSTOMGRP && row.index() <= LUMENHARBOUR_TABLE_CUSTOMGRPPID;
+  if (!has_group || call.args.row.empty() || parse_number(call.args.row)) return text;
+  return text.erase(text.rfind(' ') + 1) + call.args.row;
+}
+
+std::string describe(const Call& call, const Row& row, const tLumenHarbourAttr& attr) {
   const std::string name = (parse_number(attr.name) ? "attribute " : "") + std::string(attr.name);
-  return row.index() == LUMENHARBOUR_TABLE_GLOBAL ? name : name + " of " + describe(row);
+  return row.index() == LUMENHARBOUR_TABLE_GLOBAL ? name : name + " of " + describe(call, row);
 }
 
 Json attribute_table() {

@@ -106,8 +106,11 @@ Row member_of(uint32 group_id, const std::string& word);
 /// @return a row in words, such as "group 3" or "MAC member 00:1b:21:0a:0b:0c of group 3".
 std::string describe(const Row& row);
 
-/// @return an attribute of a row in words, such as "state" or "image of group 3".
-std::string describe(const Row& row, const tLumenHarbourAttr& attr);
+/// @return likewise, with the group as the command line names it: "group floor-2".
+std::string describe(const Call& call, const Row& row);
+
+/// @return an attribute of a row in words, such as "service" or "image of group 3"; likewise.
+std::string describe(const Call& call, const Row& row, const tLumenHarbourAttr& attr);
 
 /// @return every attribute of every table in words: table, name, number, kind, access, and the role that a set asks
 /// for.

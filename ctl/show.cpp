@@ -11,8 +11,10 @@
 namespace lumenharbour::ctl {
 namespace {
 
-Json global_json(const Record& globals, uint32 cmd) {
-  return json_of(*lumenharbour_attr_find(LUMENHARBOUR_TABLE_GLOBAL, cmd), value_of(globals, cmd));
+/// Puts a global attribute into `object` under its name.
+void put(Json* object, const Record& globals, uint32 cmd) {
+  const tLumenHarbourAttr& attr = *lumenharbour_attr_find(LUMENHARBOUR_TABLE_GLOBAL, cmd);
+  (*object)[std::string(attr.name)] = json_of(attr, value_of(globals, cmd));
 }
 
 Json pool(const char* name, const Record& globals, uint32 max_cmd, std::size_t used) {
@@ -32,28 +34,23 @@ Json pools_of(const Call& call, const Record& globals) {
   return pools;
 }
 
-/// One line of the overview.
-struct Item {
-  const char* name;
-  uint32 cmd;
-};
-
-constexpr Item OVERVIEW[] = {
-    {"service", LUMENHARBOUR_GLB_STATE},
-    {"director-address", LUMENHARBOUR_GLB_DIRECTORIP},
-    {"director-type", LUMENHARBOUR_GLB_DIRECTORIPTYPE},
-    {"default-image", LUMENHARBOUR_GLB_DEFAULTIMAGENAME},
-    {"default-config", LUMENHARBOUR_GLB_DEFAULTCONFIGNAME},
-    {"default-image-local", LUMENHARBOUR_GLB_DEFAULTIMAGETYPE},
-    {"default-config-local", LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE},
-    {"received-image", LUMENHARBOUR_GLB_RCVIMAGENAME},
-    {"received-config", LUMENHARBOUR_GLB_RCVCONFIGNAME},
-    {"received-image-bytes", LUMENHARBOUR_GLB_IMAGEDOWNLOAD},
-    {"received-config-bytes", LUMENHARBOUR_GLB_CONFIGDOWNLOAD},
-    {"management-vlans", LUMENHARBOUR_GLB_MANAGEVLANADD},
-    {"dhcp-vlan", LUMENHARBOUR_GLB_DHCPCLIENTVLAN},
-    {"notify", LUMENHARBOUR_GLB_CLIENTNOTIFY},
-    {"debug", LUMENHARBOUR_GLB_DEBUG},
+/// Attributes of the overview, in order.
+constexpr uint32 OVERVIEW[] = {
+    LUMENHARBOUR_GLB_STATE,
+    LUMENHARBOUR_GLB_DIRECTORIP,
+    LUMENHARBOUR_GLB_DIRECTORIPTYPE,
+    LUMENHARBOUR_GLB_DEFAULTIMAGENAME,
+    LUMENHARBOUR_GLB_DEFAULTCONFIGNAME,
+    LUMENHARBOUR_GLB_DEFAULTIMAGETYPE,
+    LUMENHARBOUR_GLB_DEFAULTCONFIGTYPE,
+    LUMENHARBOUR_GLB_RCVIMAGENAME,
+    LUMENHARBOUR_GLB_RCVCONFIGNAME,
+    LUMENHARBOUR_GLB_IMAGEDOWNLOAD,
+    LUMENHARBOUR_GLB_CONFIGDOWNLOAD,
+    LUMENHARBOUR_GLB_MANAGEVLANADD,
+    LUMENHARBOUR_GLB_DHCPCLIENTVLAN,
+    LUMENHARBOUR_GLB_CLIENTNOTIFY,
+    LUMENHARBOUR_GLB_DEBUG,
 };
 
 /// Prints what an operator would otherwise look for in vain.
@@ -98,7 +95,7 @@ void print_rows(const Call& call, const std::vector<std::string>& fields, const 
 /// @return every field of the command's table, the first being its key.
 std::vector<std::string> all_fields(const Call& call, const char* key) {
   std::vector<std::string> fields = {key};
-  for (const tLumenHarbourAttr* const attr : attributes_of_rows(call.command.table)) fields.emplace_back(attr->name);
+  for (const tLumenHarbourAttr* const attr : attributes_of_rows(call.command.table)) fields.push_back(field_of(*attr));
   return fields;
 }
 
@@ -146,7 +143,7 @@ void note_overlaps(const Call& call, std::vector<std::string> members) {
 void show(const Call& call) {
   const Record globals = read_record(call, GlobalRow{});
   Json overview = {{"role", role_of(call)}};
-  for (const Item& item : OVERVIEW) overview[item.name] = global_json(globals, item.cmd);
+  for (const uint32 cmd : OVERVIEW) put(&overview, globals, cmd);
   const Json pools = pools_of(call, globals);
   if (call.args.is_json()) {
     overview["pools"] = pools;
@@ -155,7 +152,7 @@ void show(const Call& call) {
   for (const auto& [name, value] : overview.items()) {
     std::string label = name;
     label.resize(24, ' ');
-    print_line(label + text_of(value));
+    print_line(label + text_of(name, value));
   }
   print_line("");
   print_table(call.args, {"pool", "used", "free", "max"}, pools);
@@ -169,7 +166,7 @@ void show_groups(const Call& call) {
   const bool is_one = !call.args.row.empty();
   const std::vector<std::string> fields = fields_of(
       call, all,
-      is_one ? all : std::vector<std::string>{"id", "name", "type", "status", MEMBERS_FIELD, "image", "config"});
+      is_one ? all : std::vector<std::string>{"id", "name", "type", "active", MEMBERS_FIELD, "image", "config"});
   std::vector<std::string> members;
   if (is_one) {
     const Row group = row_of(call);
@@ -193,7 +190,7 @@ void show_groups(const Call& call) {
 }
 
 void show_builtins(const Call& call) {
-  show_rows(call, all_fields(call, "pid"), {"pid", "status", "image", "config"}, shown<BuiltinRow>(call),
+  show_rows(call, all_fields(call, "pid"), {"pid", "active", "image", "config"}, shown<BuiltinRow>(call),
             [](const Record& record) { return json_of(record); });
 }
 
@@ -213,8 +210,9 @@ void show_clients(const Call& call) {
 
 void show_vlans(const Call& call) {
   const Record globals = read_record(call, GlobalRow{});
-  print_object(call.args, {{"management", global_json(globals, LUMENHARBOUR_GLB_MANAGEVLANADD)},
-                           {"dhcp-client", global_json(globals, LUMENHARBOUR_GLB_DHCPCLIENTVLAN)}});
+  Json vlans = Json::object();
+  for (const uint32 cmd : {LUMENHARBOUR_GLB_MANAGEVLANADD, LUMENHARBOUR_GLB_DHCPCLIENTVLAN}) put(&vlans, globals, cmd);
+  print_object(call.args, vlans);
 }
 
 }  // namespace lumenharbour::ctl

@@ -8,6 +8,7 @@
 
 #include "command_line.h"
 #include "commands.h"
+#include "figures.h"
 #include "role.h"
 #include "rule.h"
 #include "words.h"
@@ -70,9 +71,10 @@ Scope scope_of(const Call& call) {
 /// @return the global attributes without those that say the same as others.
 Json globals_of(const Call& call, bool is_vlans) {
   Json object;
+  if (!is_vlans) object["role"] = role_of(call);
   const Json globals = json_of(read_record(call, GlobalRow{}));
   for (const auto& [name, value] : globals.items()) {
-    const bool is_repeated = name == "group-free-id" || name == "manage-vlan-del";
+    const bool is_repeated = name == "group-free-id" || name == "management-vlans-remove" || name == "director-state";
     if (!is_repeated && (!is_vlans || name.find("vlan") != std::string::npos)) object[name] = value;
   }
   return object;
@@ -123,60 +125,78 @@ class Printer {
  public:
   Printer(const Arguments& args, uint32 limit) : args_(args), left_(limit) {}
 
-  /// @param[in] what  the row's table, or "daemon"
-  /// @param[in] key   the row's key, null for none
-  void print(const char* event, const char* what, const Json& key, const Json& attribute, const Json& before,
-             const Json& after) {
-    const Json line = {{"time", time_text()},    {"event", event}, {"what", what}, {"key", key},
-                       {"attribute", attribute}, {"old", before},  {"new", after}};
-    print_line(args_.is_json() ? dump(line) : plain(line));
-    flush_output();
-    if (left_ > 0 && --left_ == 0) throw Enough();
+  /// Tells that the daemon went away or is back. @param[in] why  null for no reason
+  void print_daemon(const char* event, const Json& why = nullptr) {
+    print(event, {"daemon", "daemon", nullptr, nullptr}, nullptr, nullptr, why);
   }
 
   void compare(const Snapshot& before, const Snapshot& after) {
     auto old_row = before.begin();
     for (const auto& [place, row] : after) {
-      for (; old_row != before.end() && old_row->first < place; ++old_row) print_row("deleted", *old_row);
+      for (; old_row != before.end() && old_row->first < place; ++old_row) print_row("deleted", before, *old_row);
       if (old_row == before.end() || place < old_row->first) {
-        print_row("added", {place, row});
+        print_row("added", after, {place, row});
         continue;
       }
-      compare_rows(place, old_row->second, row);
+      if (old_row->second != row)
+        for (const auto& [name, value] : row.items())
+          if (const Json& old = old_row->second.at(name); old != value)
+            print("changed", subject_of(before, place), name, old, value);
       ++old_row;
     }
-    for (; old_row != before.end(); ++old_row) print_row("deleted", *old_row);
+    for (; old_row != before.end(); ++old_row) print_row("deleted", before, *old_row);
   }
 
  private:
-  static Json key_json(const Place& place) {
-    return place.table == LUMENHARBOUR_TABLE_GLOBAL ? Json() : Json(place.key);
+  /// What changed.
+  struct Subject {
+    const char* kind;   ///< in JSON
+    const char* words;  ///< for a person
+    Json key;           ///< null for none
+    Json name;          ///< what people call it, null for none
+  };
+
+  /// @param[in] snapshot  has the row
+  static Subject subject_of(const Snapshot& snapshot, const Place& place) {
+    const Table& table = TABLES[place.table];
+    if (place.table == LUMENHARBOUR_TABLE_GLOBAL) return {table.name, table.name, nullptr, nullptr};
+    Subject subject = {table.name, table.row, place.key, nullptr};
+    const auto row = snapshot.find({place.table, place.key, ""});
+    if (row == snapshot.end()) return subject;  // it came or went between two walks
+    for (const char* const field : {"name", "mac"})
+      if (row->second.contains(field) && row->second[field] != "") subject.name = row->second[field];
+    return subject;
   }
 
-  void print_row(const char* event, const Snapshot::value_type& row) {
+  void print_row(const char* event, const Snapshot& snapshot, const Snapshot::value_type& row) {
     const bool is_new = std::string_view(event) == "added";
     const Json attribute = row.first.member.empty() ? Json() : Json("member");
-    print(event, TABLES[row.first.table].name, key_json(row.first), attribute, is_new ? Json() : row.second,
+    print(event, subject_of(snapshot, row.first), attribute, is_new ? Json() : row.second,
           is_new ? row.second : Json());
   }
 
-  void compare_rows(const Place& place, const Json& before, const Json& after) {
-    if (before == after) return;
-    for (const auto& [name, value] : after.items())
-      if (before[name] != value) print("changed", TABLES[place.table].name, key_json(place), name, before[name], value);
+  void print(const char* event, const Subject& subject, const Json& attribute, const Json& before, const Json& after) {
+    const Json line = {{"time", time_text()},  {"event", event},         {"what", subject.kind}, {"key", subject.key},
+                       {"name", subject.name}, {"attribute", attribute}, {"old", before},        {"new", after}};
+    print_line(args_.is_json() ? dump(line) : plain(subject, line));
+    flush_output();
+    if (left_ > 0 && --left_ == 0) throw Enough();
   }
 
-  static std::string plain(const Json& line) {
-    std::string text = text_of(line["time"]) + ' ' + text_of(line["what"]);
-    for (const char* const part : {"key", "attribute", "event"})
+  static std::string plain(const Subject& subject, const Json& line) {
+    std::string text = text_of(line["time"]) + ' ' + subject.words;
+    for (const char* const part : {subject.name.is_null() ? "key" : "name", "attribute", "event"})
       if (!line[part].is_null()) text += ' ' + text_of(line[part]);
     const Json& after = line["new"];
-    if (line["event"] == "changed") return text + ": " + text_of(line["old"]) + " -> " + text_of(after);
+    if (line["event"] == "changed") {
+      const std::string name = line["attribute"];
+      return text + ": " + text_of(name, line["old"]) + " -> " + text_of(name, after);
+    }
     const Json& row = after.is_null() ? line["old"] : after;
     if (!row.is_object()) return row.is_null() ? text : text + ": " + text_of(row);
     const char* separator = ": ";
     for (const auto& [name, value] : row.items()) {
-      text += separator + name + ' ' + text_of(value);
+      text += separator + name + ' ' + text_of(name, value);
       separator = ", ";
     }
     return text;
@@ -199,11 +219,11 @@ Snapshot look(const Call& call, const Scope& scope, Seconds interval, Printer* p
     pause(call, interval);
     try {
       Snapshot snapshot = take_snapshot(call, scope);
-      if (is_lost) printer->print("back", "daemon", nullptr, nullptr, nullptr, nullptr);
+      if (is_lost) printer->print_daemon("back");
       return snapshot;
     } catch (const Failure& failure) {
       check_deadline(call, "watch");
-      if (!is_lost) printer->print("lost", "daemon", nullptr, nullptr, nullptr, failure.message);
+      if (!is_lost) printer->print_daemon("lost", failure.message);
     }
   }
 }
@@ -216,12 +236,12 @@ Snapshot first_look(const Call& call, Seconds interval, Scope* scope, Printer* p
     try {
       *scope = scope_of(call);
       Snapshot snapshot = take_snapshot(call, *scope);
-      if (is_awaited) printer->print("back", "daemon", nullptr, nullptr, nullptr, nullptr);
+      if (is_awaited) printer->print_daemon("back");
       return snapshot;
     } catch (const Failure& failure) {
       check_deadline(call, "watch");
       if (failure.exit != EXIT_UNREACHABLE && failure.exit != EXIT_TIMED_OUT) throw;
-      if (!is_awaited) printer->print("lost", "daemon", nullptr, nullptr, nullptr, failure.message);
+      if (!is_awaited) printer->print_daemon("lost", failure.message);
     }
     pause(call, interval);
   }
@@ -238,27 +258,6 @@ struct Condition {
   std::string_view relation;
   std::string wanted;  ///< as the value reads
 };
-
-/// A value that is no attribute.
-struct Figure {
-  const char* name;
-  Json (*now)(const Call& call);
-};
-
-constexpr Figure FIGURES[] = {
-    {"role", [](const Call& call) { return Json(role_of(call)); }},
-    {"client-count", [](const Call& call) { return Json(walk<ClientRow>(call).size()); }},
-    {"group-count", [](const Call& call) { return Json(walk<GroupRow>(call).size()); }},
-    {"builtin-count", [](const Call& call) { return Json(walk<BuiltinRow>(call).size()); }},
-    {"member-count",
-     [](const Call& call) { return Json(walk<MacMemberRow>(call).size() + walk<PidMemberRow>(call).size()); }},
-};
-
-const Figure* figure_named(const std::string& name) {
-  for (const Figure& figure : FIGURES)
-    if (name == figure.name) return &figure;
-  return nullptr;
-}
 
 const tLumenHarbourAttr* attribute_named(const std::string& name) {
   for (const tLumenHarbourAttr* const attr : attributes_of_rows(LUMENHARBOUR_TABLE_GLOBAL))
@@ -322,8 +321,8 @@ Condition condition_of(const Arguments& args, const std::string& text) {
   if (condition.name == CLIENT || condition.name == CLIENT_GROUP) return client_condition(std::move(condition));
   const bool is_order = condition.relation.find_first_of("<>") != std::string_view::npos;
   const tLumenHarbourAttr* const attr = attribute_named(condition.name);
-  const bool is_known = attr != nullptr || figure_named(condition.name) != nullptr;
-  if (condition.relation.empty() || !is_known)
+  const Figure* const figure = figure_named(condition.name);
+  if (condition.relation.empty() || (attr == nullptr && figure == nullptr))
     throw Failure{EXIT_USAGE, quote(text) + " is no condition",
                   "expected role, client-count, group-count, builtin-count, member-count, client, client-group "
                   "or a global attribute, then one of = != < <= > >=, then a value"};
@@ -334,13 +333,11 @@ Condition condition_of(const Arguments& args, const std::string& text) {
                                        : is_role;
   if (!is_good || (is_order && !parse_number(condition.wanted)))
     throw Failure{EXIT_USAGE, "bad value " + quote(condition.wanted) + " in condition " + quote(text),
-                  attr != nullptr ? "expected " + expected_value(*attr)
-                  : is_count      ? "expected a number"
-                                  : "expected director, client or none"};
+                  "expected " + (attr != nullptr ? expected_value(*attr) : figure->expected)};
   if (condition.name == "role" && args.read_only && condition.wanted != "director")
     throw Failure{EXIT_REFUSED, "what " + quote(text) + " waits for cannot be told with --read-only",
                   "director alone can be told from the other roles without setting anything"};
-  if (attr != nullptr) condition.wanted = text_of(json_of(*attr, *parse_value(*attr, condition.wanted)));
+  if (attr != nullptr) condition.wanted = format_value(*attr, *parse_value(*attr, condition.wanted));
   return condition;
 }
 
@@ -364,7 +361,7 @@ std::string found_by(const Call& call, const Condition& condition, const std::ve
   Query query{GlobalRow{}, attr.cmd, attr.value < LUMENHARBOUR_VALUE_TEXT};
   call.daemon.get_all({&query, 1});
   check(call, query.reply, "look at " + condition.name);
-  return text_of(json_of(attr, query.reply.value));
+  return format_value(attr, query.reply.value);
 }
 
 /// @return why the conditions do not hold; empty when they do.

@@ -84,7 +84,7 @@ async def server_silent(lab):
     await lab.all("each switch asking for its imagelist", lambda switch: switch.stage == "list")
     if lab.transport == "ftp":
         first = lab.switches[0]
-        status, _ = await first.ctl("--timeout", "2", "get", "state")
+        status, _ = await first.ctl("--timeout", "2", "get", "service")
         lab.check("a daemon that waits for the server does not answer lumenharbourctl, exit status 5", status == 5)
         lab.check("nothing is installed", nothing_installed(lab.switches))
     lab.director.files.send(signal.SIGCONT)

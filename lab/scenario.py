@@ -87,7 +87,7 @@ class Lab:
         switch.power_on("boot")
         await until(f"{switch.name} has an address again", lambda: switch.address, self.left())
         await until(f"{switch.name}'s daemon is there", lambda: os.path.exists(switch.path(rack.SOCKET)), self.left())
-        status, said = await switch.ctl("wait", "--for", "state=on", "--timeout", "20")
+        status, said = await switch.ctl("wait", "--for", "service=on", "--timeout", "20")
         if status != 0:
             raise LabError(f"its service does not come back: {' '.join(said)}")
         switch.enter("done")
@@ -97,7 +97,7 @@ class Lab:
         if switch.restarts:
             raise LabError("asks for another reboot after its reboot")
         # A daemon that has ended is quiet as well.
-        if (await switch.ctl("get", "state"))[1] != ["on"]:
+        if (await switch.ctl("get", "service"))[1] != ["on"]:
             raise LabError("its daemon has ended after its reboot")
         if switch.address != before:
             raise LabError(f"has another address after its reboot: {switch.address}, not {before}")

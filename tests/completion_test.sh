@@ -22,9 +22,9 @@ offers 'start stop' director -s /nowhere s
 offers 'name' group set floor-2 na
 offers 'mac pid stack connect unknown' group set floor-2 type ''
 offers 'mac pid stack connect unknown' group set floor-2 3 ''
-offers 'on off' set state ''
+offers 'on off' set service ''
 offers 'yes no' default image-local ''
-offers '' set state on ''
+offers '' set service on ''
 offers 'auto' group add ''
 offers 'mac pid' group add auto floor-2 --type ''
 offers '--timeout --type' group add --t

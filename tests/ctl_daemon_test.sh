@@ -77,7 +77,7 @@ finish() { # finish PROCESS: ends a child; the number of one that has ended may 
 start_daemon() {
   "$daemon" 20 20 20 >>"$dir/daemon" 2>&1 &
   pid=$!
-  eventually "$ctl" get state
+  eventually "$ctl" get service
 }
 
 stop_daemon() {
@@ -155,7 +155,7 @@ expect 0 $'Controls *\n  show   *\nA switch *: 0 done, *, 5 no answer in time.' 
 stop_daemon
 "$daemon" <&- >&- 2>&- &
 pid=$!
-eventually "$ctl" get state
+eventually "$ctl" get service
 found=$(readlink /proc/$pid/fd/[012])
 [ "$found" = $'/dev/null\n/dev/null\n/dev/null' ] || fail 'closed descriptors' /dev/null "$found"
 [ "$failed" = 0 ]

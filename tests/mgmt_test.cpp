@@ -334,24 +334,25 @@ TEST(MgmtFormat, EachAttributeTellsWhatItTakes) {
   std::string transcript;
   for (const auto& [takes, of] : names) transcript += takes + ':' + of + '\n';
   EXPECT_EQ(
-      "VLAN ids from 0 to 4095 such as 1,5,100-120 (0): manage-vlan-add manage-vlan-del\n"
+      "VLAN ids from 0 to 4095 such as 1,5,100-120 (0): management-vlans management-vlans-remove\n"
       "a MAC address such as 00:1b:21:0a:0b:0c (0): mac\n"
-      "a number from 0 to 15 (0) 0 1 2 3 4 5 15: director-ip-type\n"
-      "a number from 0 to 4095 (0) 0 1 2 3 4 5 15 16 255 256 4095: dhcp-client-vlan\n"
+      "a number from 0 to 15 (0) 0 1 2 3 4 5 15: director-type\n"
+      "a number from 0 to 4095 (0) 0 1 2 3 4 5 15 16 255 256 4095: dhcp-vlan\n"
       "a number from 0 to 4294967295 (0) 0 1 2 3 4 5 15 16 255 256 4095 4096: group-free-id group-max builtin-max "
-      "member-max client-max image-bytes config-bytes config-reload-time image-reload-time ip-type pid\n"
+      "member-max client-max received-image-bytes received-config-bytes config-reload-time image-reload-time ip-type "
+      "pid\n"
       "a record (0): announce\n"
       "a text of at most 255 bytes (0): default-image default-config received-image received-config image config image "
       "config\n"
       "a text of at most 63 bytes (0): name\n"
       "an IPv4 address such as 192.0.2.1 (0): ip\n"
-      "an IPv4 address such as 192.0.2.1, or none (0): director-ip\n"
+      "an IPv4 address such as 192.0.2.1, or none (0): director-address\n"
       "no value (0): client-flush download-config download-image\n"
       "one of activate, create, deactivate, destroy (4) active created inactive destroyed: status status status status "
       "status\n"
       "one of mac, pid, stack, connect, unknown (5) unknown stack mac connect pid: type\n"
       "one of on, off (2) off on 2 3: debug\n"
-      "one of on, off (2) on off: state director-state client-notify config-reload image-reload\n"
+      "one of on, off (2) on off: service director-state notify config-reload image-reload\n"
       "one of yes, no (2) no yes 2 3: default-image-local default-config-local\n"
       "one of yes, no (2) no yes 2 3 4 5 15 16 255: image-local config-local image-local config-local\n",
       transcript);

@@ -69,17 +69,17 @@ def history(path):
 
 # What is typed, what appears before the next prompt, and the line as the history has it if it is kept.
 STEPS = [
-    ("get state\r", r"\non\n", "get state"),
+    ("get service\r", r"\non\n", "get service"),
     ("gr\ta\t" + INTERRUPT, r"\n  add\n  activate\n.*group a\^C\n", None),
     ("ex\t" + INTERRUPT, r"\n  exit\n  explain\n  export\n.*", None),
     ("sh gr fl\t\r", r"\nname: floor-2\n.*", "sh gr floor-2 "),
     ("apply --dr\t\tit\t\r", r"\n  folder/\n  it's # 3\n.*\nnothing to change\n", r"apply --dry-run it\'s\ #\ 3 "),
-    ("--socket=/tmp/lum\tget state\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
+    ("--socket=/tmp/lum\tget service\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get service"),
     ("dir st?" + INTERRUPT, r"\n  start  Become the director\n  stop   Leave [^\n]*\n.*dir st\^C\n", None),
     ("group add 3 a ?" + INTERRUPT, r"\n  --type TYPE    what [^\n]*\n.*\n  --activate     [^\n]*\n.*\^C\n", None),
     ("get 'a?'\r", r"\n[^\n]*: there is no global attribute 'a\?'; .*\n", "get 'a?'"),
     ("help dir\tst\ta\t\r", r"\n  start\n  stop\n.*\nBecome the director.*", "help director start "),
-    (UP + UP + UP + "\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get state"),
+    (UP + UP + UP + "\r", r"\non\n", "--socket=/tmp/lumenHarbour.socket get service"),
     (SEARCH + "floor\r", r"\nname: floor-2\n.*", "sh gr floor-2"),
     ("nonsense\r", r"\n[^\n]*: there is no command 'nonsense'; .*\n", "nonsense"),
     ("-f json get stat\r", r'\n{"error":{"status":"usage",.*}}\n', "-f json get stat"),
@@ -94,12 +94,12 @@ STEPS = [
     ("\r", r"\n[^\n]*: did not set director-state; nothing was changed\n", None),
     ("service stop\r", r"role and loses 1 group and the defaults\. Go on\? \[y/N\] ", "service stop"),
     ("y\r", r"y\n", None),
-    ("get state\r", r"\noff\n", "get state"),
+    ("get service\r", r"\noff\n", "get service"),
 ]
 
 
 def drive():
-    ctl("wait", "--for", "state=off", "--timeout", "30")
+    ctl("wait", "--for", "service=off", "--timeout", "30")
     ctl("-c", "service start", "-c", "director address 127.0.0.1", "-c", "group add 0 floor-2 --type mac")
     terminal = Terminal(HOME=".")
     for keys, expected, _ in STEPS:
@@ -109,7 +109,7 @@ def drive():
     found = history(".lumenharbourctl_history")
     assert found == [line for _, _, line in STEPS if line], f"the history is {found}"
     terminal = Terminal(HOME=".")
-    terminal.type(UP + INTERRUPT, r"get state\^C\n" + PROMPT)
+    terminal.type(UP + INTERRUPT, r"get service\^C\n" + PROMPT)
     terminal.end("exit\r")
     Terminal(HOME=".", XDG_STATE_HOME="folder").end("quit\r")
     assert history("folder/lumenharbourctl_history") == ["quit"]

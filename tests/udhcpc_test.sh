@@ -383,7 +383,7 @@ exec env --ignore-signal=CHLD $2 \"\$@\""
 # shellcheck disable=SC2317 # eventually calls it
 is_another() {
   [ "$(daemon)" != "$first" ] && [ "$(lumenharbourctl get debug)" = on ] &&
-    [ "$(lumenharbourctl get director-ip)" = 198.51.100.3 ]
+    [ "$(lumenharbourctl get director-address)" = 198.51.100.3 ]
 }
 for shell in 'busybox ash' dash; do
   rm -f "$dir/last"
