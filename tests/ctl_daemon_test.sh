@@ -75,7 +75,7 @@ finish() { # finish PROCESS: ends a child; the number of one that has ended may 
 }
 
 start_daemon() {
-  "$daemon" 20 20 20 >>"$dir/daemon" 2>&1 &
+  "$daemon" "${1:-20}" "${2:-20}" "${3:-20}" >>"$dir/daemon" 2>&1 &
   pid=$!
   eventually "$ctl" get service
 }
@@ -139,6 +139,24 @@ while True:
   eventually test -S "$1"
 }
 
+# Types what the operator's guide has behind "$ " and "# ", and compares what comes of it with what the guide says. Left out
+# are a question on a terminal, a watch, which has no end, and a trial, which wants a second terminal.
+follow_guide() {
+  local line
+  awk '/^## /{on = /Making a director|Keeping a director|control tool/} /^```/{
+    if (on && block ~ /^[$#] / && block !~ /\[y\/N\]|watch|--confirm/) printf "%s", block
+    block = ""; next
+  } {block = block $0 "\n"}' ../../docs/operating.md | sed "s,/etc/lumenharbour,$dir," >"$dir/guide"
+  (
+    cd "$dir" || exit
+    lumenharbourctl() { "$ctl" "$@"; }
+    while IFS= read -r -u 3 line; do
+      [[ $line != [\$\#]' '* ]] || { echo "$line" && eval "${line#??}" 3<&-; }
+    done 3<"$dir/guide"
+  ) >"$dir/session" 2>&1
+  diff -u "$dir/guide" "$dir/session" >"$dir/why" || fail guide 'what it says' "$(cat "$dir/why")"
+}
+
 if [ -z "$(ip -4 address show dev uplink)" ]; then
   address=192.0.2.1/24
   ip address add $address dev uplink || exit 1
@@ -147,6 +165,12 @@ for file in manual start commands watch explain apply guard slips saved; do
   session $file.txt
   [ -z "${GTEST_FAIL_FAST:-}" ] || [ "$failed" = 0 ] || exit 1
 done
+stop_daemon
+ip address del 192.0.2.1/24 dev uplink # the guide adds it
+rm -f /tmp/b.txt
+unset LUMENHARBOUR_PLATFORM_CONF
+start_daemon 100 10 10
+follow_guide
 # What a library sets.
 expect 0 $'Set an attribute of a group\n*\nAttributes:\n  status                      one of activate, *' group set -h
 expect 0 $'Controls *\n  show   *\nA switch *: 0 done, *, 5 no answer in time.' help
