@@ -372,6 +372,7 @@ class Terminal {
     const char* const text = el_gets(edit_.get(), &length);
     if (text == nullptr || length <= 0) return false;
     line->assign(text, static_cast<std::size_t>(length));
+    if (line->ends_with('\n')) line->pop_back();
     return true;
   }
 

@@ -149,6 +149,7 @@ follow_guide() {
   } {block = block $0 "\n"}' ../../docs/operating.md | sed "s,/etc/lumenharbour,$dir," >"$dir/guide"
   (
     cd "$dir" || exit
+    # shellcheck disable=SC2317 # the guide calls it
     lumenharbourctl() { "$ctl" "$@"; }
     while IFS= read -r -u 3 line; do
       [[ $line != [\$\#]' '* ]] || { echo "$line" && eval "${line#??}" 3<&-; }

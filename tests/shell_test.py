@@ -17,7 +17,7 @@ import tempfile
 import termios
 
 DAEMON, CTL = sys.argv[1:]
-PROMPT = r"lumenharbour (?:director|none)@\S+> "
+PROMPT = r"lumenharbour (?:director|none)@\S+(?: \(read-only\))?> "
 UP, SEARCH, INTERRUPT, END = "\x1b[A", "\x12", "\x03", "\x04"
 opened = []
 changes = itertools.count()
@@ -26,13 +26,13 @@ changes = itertools.count()
 class Terminal:
     """The tool at a terminal of its own, and what has appeared there."""
 
-    def __init__(self, **environment):
+    def __init__(self, *words, **environment):
         opened.append(self)
         self.bytes = b""
         self.pid, self.fd = pty.fork()
         if self.pid == 0:
             # The line editor keeps what it has allocated to the end.
-            os.execve(CTL, [CTL], {"TERM": "xterm", "ASAN_OPTIONS": "detect_leaks=0", **environment})
+            os.execve(CTL, [CTL, *words], {"TERM": "xterm", "ASAN_OPTIONS": "detect_leaks=0", **environment})
         self.type("", PROMPT)
 
     def text(self, begin=0):
@@ -69,7 +69,9 @@ def history(path):
 
 # What is typed, what appears before the next prompt, and the line as the history has it if it is kept.
 STEPS = [
-    ("get service\r", r"\non\n", "get service"),
+    ("get\tservice\r", r"\non\n", "get service"),
+    ("get service\r", r"\non\n", None),
+    ("get ab\\\r", r"\n[^\n]*: there is no global attribute 'ab\\'; .*\n", "get ab\\"),
     ("gr\ta\t" + INTERRUPT, r"\n  add\n  activate\n.*group a\^C\n", None),
     ("ex\t" + INTERRUPT, r"\n  exit\n  explain\n  export\n.*", None),
     ("sh gr fl\t\r", r"\nname: floor-2\n.*", "sh gr floor-2 "),
@@ -111,7 +113,7 @@ def drive():
     terminal = Terminal(HOME=".")
     terminal.type(UP + INTERRUPT, r"get service\^C\n" + PROMPT)
     terminal.end("exit\r")
-    Terminal(HOME=".", XDG_STATE_HOME="folder").end("quit\r")
+    Terminal("--read-only", HOME=".", XDG_STATE_HOME="folder").end("quit\r")
     assert history("folder/lumenharbourctl_history") == ["quit"]
 
 
