@@ -306,15 +306,12 @@ char* prompt(EditLine*) {
   return prompt_text.data();
 }
 
-/// @return what the prompt says of where lines run: the role as far as it can be told without setting anything, the
-/// host,
-///         and that nothing may be changed.
+/// @return what the prompt says of where lines run: the role, the host, and that nothing may be changed.
 std::string prompt_of(const Session& session) {
   constexpr int patience_ms = 300;
   char host[HOST_NAME_MAX + 1] = "";
   gethostname(host, sizeof host - 1);
-  Arguments args = session.defaults;
-  args.read_only = true;
+  const Arguments& args = session.defaults;
   std::string role;
   try {
     role = role_of({Daemon({args.socket, patience_ms, {}}), args, session.commands.front(), session.commands});
