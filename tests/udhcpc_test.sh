@@ -189,6 +189,25 @@ eventually "$dir/client" says 'imagelist=b image-file=b.bin tftp-server=192.0.2.
 kill -USR2 "$(cat "$dir/pid")"
 eventually "$dir/client" test ! -e "$state"
 
+# A switch without ip has ifconfig and route.
+mkdir "$dir/applets"
+for applet in busybox $(busybox --list); do ln -s "$(command -v busybox)" "$dir/applets/$applet"; done
+rm "$dir/applets/ip"
+without_ip() { # without_ip EVENT VARIABLE...: runs the script, and tells what became of the interface
+  nsenter -t $switch -n env PATH="$dir/applets" interface=lease1 "${@:2}" busybox ash "$script" "$1" 2>"$dir/err"
+  interface
+}
+found=$(without_ip bound ip=192.0.2.21 subnet=255.255.255.0 mtu=1300 router='192.0.2.2 192.0.2.3')
+[ "$found" = $'mtu 1300\ninet 192.0.2.21/24 brd 192.0.2.255\ndefault via 192.0.2.2 dev lease1 ' ] ||
+  fail 'an interface without ip' 'address, MTU and route' "$found $(cat "$dir/err")"
+found=$(without_ip renew ip=192.0.2.22)
+[ "$found" = $'mtu 1300\ninet 192.0.2.22/24 brd 192.0.2.255' ] || fail 'a renewal without ip' 'no route' "$found"
+found=$(without_ip deconfig)
+[ "$found" = 'mtu 1300' ] || fail 'no lease without ip' 'no address' "$found"
+found=$("$script" 2>&1) && fail usage 'exit 2' 'exit 0'
+[ "$found" = 'lumenharbour.script: udhcpc runs this with one of deconfig, bound, renew, nak, leasefail' ] ||
+  fail usage 'what to run it with' "$found"
+
 renews() { # renews ASKED SIGNAL: which one ends a client, USR1 or TERM behind it, when the last renewal was then
   local client status
   (exec -a udhcpc sleep 600) &
