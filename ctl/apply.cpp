@@ -565,18 +565,12 @@ void Planner::check_pools() const {
 
 void Planner::note_unlisted() const {
   for (const std::string& doubt : doubts_) note(doubt);
-  const std::size_t groups = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRP];
-  const std::size_t members = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPMAC] + unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPPID];
-  const std::size_t builtins = unlisted_[LUMENHARBOUR_TABLE_BUILTINGRP];
-  std::string text;
-  const auto add = [&text](std::size_t count, const char* one, const char* many) {
-    if (count > 0) text += (text.empty() ? "" : " and ") + plural(count, one, many);
-  };
-  add(groups, "group", "groups");
-  add(members, "member", "members");
-  add(builtins, "built-in group", "built-in groups");
-  const bool is_one = groups + members + builtins == 1;
-  if (!text.empty())
+  Loss loss;  // with --prune
+  loss.groups = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRP];
+  loss.members = unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPMAC] + unlisted_[LUMENHARBOUR_TABLE_CUSTOMGRPPID];
+  loss.builtins = unlisted_[LUMENHARBOUR_TABLE_BUILTINGRP];
+  const bool is_one = loss.groups + loss.members + loss.builtins == 1;
+  if (const std::string text = loss.text(); !text.empty())
     note(text + (is_one ? " is" : " are") + " not in the file; --prune deletes " + (is_one ? "it" : "them"));
 }
 
