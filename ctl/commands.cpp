@@ -18,9 +18,19 @@ namespace {
 
 [[noreturn]] void fail_unknown_attribute(const Command& command, const std::string& name) {
   std::string close;
-  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS)
-    if (attr.table == command.table && is_close(name, name_in(command, attr)))
-      close += (close.empty() ? "" : ", ") + name_in(command, attr);
+  const auto consider = [&](std::string_view known) {
+    if (is_close(name, known)) close += (close.empty() ? "" : ", ") + std::string(known);
+  };
+  const bool is_global = command.table == LUMENHARBOUR_TABLE_GLOBAL;
+  for (const Figure& figure : figures())
+    if (is_global && !command.changes) consider(figure.name);
+  for (const tLumenHarbourAttr& attr : LUMENHARBOUR_ATTRS) {
+    if (attr.table != command.table) continue;
+    consider(name_in(command, attr));
+    if (name == attr.name || name == field_of(attr)) close = name_in(command, attr);
+  }
+  if (is_global && command.changes && figure_named(name) != nullptr)
+    throw Failure{EXIT_USAGE, quote(name) + " can be read, not set", ""};
   throw Failure{EXIT_USAGE, std::string("there is no ") + TABLES[command.table].name + " attribute " + quote(name),
                 close.empty() ? "'lumenharbourctl attributes' lists them all" : "did you mean " + close + '?'};
 }
