@@ -104,7 +104,7 @@ Outcome outcome_of(const State& state, const std::vector<Imagelist>& lists, cons
   const bool is_builtin = group != nullptr && !is_custom;
   if (is_builtin && integer_of(state.global, LUMENHARBOUR_GLB_DEBUG) != 0)
     outcome.notes.push_back("debug is on: a client that a built-in group serves ends the daemon");
-  const std::string own_name = is_custom ? octets_of(*group, LUMENHARBOUR_CUSTOMGRP_NAME) : "";
+  const std::string own_name = is_custom ? octets_of(row, LUMENHARBOUR_CUSTOMGRP_NAME) : "";
   for (const std::string& name : {own_name, outcome.config, outcome.fetched.says})
     if (const std::string fault = fault_of_name(name); !fault.empty())
       outcome.notes.push_back("a switch refuses '" + printable(name) + "': it " + fault);

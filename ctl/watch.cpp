@@ -164,7 +164,7 @@ class Printer {
     const auto row = snapshot.find({place.table, place.key, ""});
     if (row == snapshot.end()) return subject;  // it came or went between two walks
     for (const char* const field : {"name", "mac"})
-      if (row->second.contains(field) && row->second[field] != "") subject.name = row->second[field];
+      if (const std::string name = row->second.value(field, ""); !name.empty()) subject.name = name;
     return subject;
   }
 
