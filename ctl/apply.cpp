@@ -625,6 +625,7 @@ void make_document(const Call& call, const Document& wanted, Maker* maker) {
   const bool is_assumed = call.args.dry_run && becomes;
 
   // A director's changes are all planned before the first is made; another switch must become one to be planned for.
+  if (becomes && !is_assumed && wanted.builtins && !wanted.builtins->empty()) guard_builtins(call, attempt);
   if (!was_director) make_role(call, wanted, role, becomes, maker);
   if (!was_director && !call.args.dry_run && (becomes || !role.empty())) now = read_state(call);
   if (wanted.needs_director() && !is_assumed) require_director(call, attempt);
@@ -641,7 +642,7 @@ void make_document(const Call& call, const Document& wanted, Maker* maker) {
   const bool adds_builtin = std::any_of(changes.begin(), changes.end(), [](const Change& change) {
     return std::string_view(change.op.name) == ADD.name && std::holds_alternative<BuiltinRow>(change.sets.front().row);
   });
-  if (adds_builtin && !call.args.dry_run) guard_builtins(call, attempt);
+  if (adds_builtin && was_director && !call.args.dry_run) guard_builtins(call, attempt);
   if (was_director) guard_role(call, wanted, role, maker);
   if (was_director && !role.empty()) {
     make_role(call, wanted, role, becomes, maker);

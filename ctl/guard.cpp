@@ -141,7 +141,7 @@ void guard_set(const Call& call, const tLumenHarbourAttr& attr, const Value& val
 void guard_builtins(const Call& call, const std::string& attempt) {
   const Reply<uint32> debug = call.daemon.get_integer(GlobalRow{}, LUMENHARBOUR_GLB_DEBUG);
   check(call, debug, attempt);
-  if ((debug.value & 1U) != 0 && is_director(call))
+  if ((debug.value & 1U) != 0)
     ask(call, attempt, "debug is on, and while it is the next client of a built-in group ends the daemon",
         "'lumenharbourctl debug off' switches it off");
 }

@@ -51,7 +51,7 @@ void ask_for_loss(const Call& call, const std::string& attempt, const std::strin
 /// @throws Failure when it is not to go on
 void guard_set(const Call& call, const tLumenHarbourAttr& attr, const Value& value, const std::string& attempt);
 
-/// Asks before a director whose debug is on gets a built-in group.
+/// Asks, where debug is on, before a director gets a built-in group.
 ///
 /// @param[in] attempt  what is tried, as it stands behind "cannot"
 /// @throws Failure when it is not to go on

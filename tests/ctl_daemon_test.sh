@@ -155,6 +155,7 @@ follow_guide() {
       [[ $line != [\$\#]' '* ]] || { echo "$line" && eval "${line#??}" 3<&-; }
     done 3<"$dir/guide"
   ) >"$dir/session" 2>&1
+  grep -q 'lumenharbourctl dhcp-vlan' "$dir/guide" || fail guide 'all its chapters' "$(tail -n 3 "$dir/guide")"
   diff -u "$dir/guide" "$dir/session" >"$dir/why" || fail guide 'what it says' "$(cat "$dir/why")"
 }
 
